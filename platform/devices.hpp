@@ -1,0 +1,44 @@
+#pragma once
+
+#include <string>
+
+#include "platform/events.hpp"
+#include "platform/properties.hpp"
+
+class QFsm;
+class bmc_message_buffer;
+
+// A node of the firmware's device tree.
+class PLATFORM_API logical_device {
+public:
+    // `parent` may be null. `record` tells the tree to keep a record of the device.
+    logical_device(logical_device* parent, const char* name, const char* type_name, bool record);
+    virtual ~logical_device();
+    logical_device(const logical_device&) = delete;
+    logical_device& operator=(const logical_device&) = delete;
+
+    virtual void ldd_report();
+    // Gives the event to the device's state machine, if it has one.
+    virtual void dispatch_event(const QEvent* event);
+    // Called once by the firmware before any event; 1 for success.
+    virtual int initialize(controller* owner);
+    virtual int dispatch_command(bmc_message_buffer& command);
+
+    const std::string& device_name() const { return _device_name; }
+
+protected:
+    void set_fsm(QFsm* machine) { _fsm_object = machine; }
+
+private:
+    std::string _device_name;
+    QFsm* _fsm_object = nullptr;
+};
+
+// Directory of the firmware's objects. What it hands out stays owned by the firmware.
+struct PLATFORM_API DM {
+    // Null for a controller that this machine does not have.
+    static controller* get_controller(int type);
+    // Null for a property that does not exist.
+    static bmc_property* get_property(const char* path);
+    static bmc_property* get_property(const std::string& path);
+};

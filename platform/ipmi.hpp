@@ -1,0 +1,54 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "platform/api.hpp"
+
+// Bytes of an IPMI request or response, taken from the front and put at the back.
+class bmc_message_buffer {
+public:
+    bmc_message_buffer() = default;
+    explicit bmc_message_buffer(std::vector<std::uint8_t> bytes) : _bytes(std::move(bytes)) {}
+
+    // Little-endian; what is missing reads as 0, so a short request needs its length() checked first.
+    std::uint8_t pop() { return _next < _bytes.size() ? _bytes[_next++] : std::uint8_t{0}; }
+    std::uint16_t pop_16() {
+        const unsigned low = pop();
+        return static_cast<std::uint16_t>(low | static_cast<unsigned>(pop()) << 8);
+    }
+    void push(std::uint8_t value) { _bytes.push_back(value); }
+    // Bytes not yet taken.
+    unsigned length() const { return static_cast<unsigned>(_bytes.size() - _next); }
+    const std::vector<std::uint8_t>& bytes() const { return _bytes; }
+
+private:
+    std::vector<std::uint8_t> _bytes;
+    std::size_t _next = 0;
+};
+
+struct ipmi_message {
+    bmc_message_buffer request;
+    bmc_message_buffer response;
+};
+
+struct ipmi_command_key {
+    std::uint8_t command;
+    std::uint8_t network_function;
+    std::uint8_t lun;
+    auto operator<=>(const ipmi_command_key&) const = default;  // NOLINT(modernize-use-nullptr)
+};
+
+// Runs on the thermal thread, between ticks, and returns the completion code.
+using ipmi_command_handler = std::function<std::uint8_t(ipmi_message&)>;
+
+struct PLATFORM_API IPMI {
+    // A later registration of the same key replaces the earlier one.
+    static void register_command(ipmi_command_key key, ipmi_command_handler handler);
+    // Tells the IPMI side that something moved; fire and forget.
+    static void progress_notify(int code, int detail);
+};
