@@ -1,0 +1,136 @@
+#include "store/common_thermal_dao.hpp"
+
+#include <algorithm>
+#include <atomic>
+
+#include "foundation/float_conversion.hpp"
+#include "foundation/log_masks.hpp"
+
+namespace {
+
+constexpr std::uint32_t history_records = 4096;
+constexpr std::uint32_t most_fans = 63;
+
+// Stores come and go in tests at the same address, so that an address does not tell them apart.
+std::uint32_t next_identity() {
+    static std::atomic<std::uint32_t> last{0};
+    return ++last;
+}
+
+}  // namespace
+
+common_thermal_dao::common_thermal_dao() : _identity(next_identity()) {
+    const auto kinds = static_cast<std::uint32_t>(_cap_alg_index.size());
+    const std::uint32_t share = history_records / kinds;
+    for (std::uint32_t kind = 0; kind < kinds; ++kind) {
+        index_row& row = _cap_alg_index[kind];
+        row.id = kind;
+        row.first = row.next = share * kind;
+        row.last = row.first + share - 1;
+    }
+}
+
+float* common_thermal_dao::find_text(std::string_view key) const {
+    const auto known = _dev_data.find(key);
+    return known != _dev_data.end() ? &known->second : nullptr;
+}
+
+float* common_thermal_dao::look_up(store_place& place, std::string_view key) const {
+    place = {find_text(key), _identity, key_count()};
+    return place.value;
+}
+
+float& common_thermal_dao::make(std::string_view key) {
+    if (float* known = find_text(key)) {
+        return *known;
+    }
+    return _dev_data.emplace(std::string(key), 0.0f).first->second;
+}
+
+float& common_thermal_dao::make(store_place& place, std::string_view key) {
+    float& value = make(key);
+    place = {&value, _identity, 0};
+    return value;
+}
+
+bool common_thermal_dao::fetch_dev(std::string_view name, int instance, float* value) const {
+    store_place forgotten;
+    return fetch_dev(name, instance, forgotten, value);
+}
+
+void common_thermal_dao::update_dev(std::string_view name, int instance, float value, bool log) {
+    const dao_key key(name, instance);
+    float& stored = make(key.view());
+    if (stored == value) {
+        return;
+    }
+    if (log && LOG::is_enabled(log_mask::change)) {
+        LOG::log(log_source, log_mask::change, "OBV - DAO[%s] = %3.2f -> %3.2f\n", std::string(key.view()).c_str(),
+                 shown(stored), shown(value));
+    }
+    stored = value;
+}
+
+void common_thermal_dao::update_filtered(dev_data_t& data, dev_data_spike_t spike, bool log) {
+    const bool keep_new = spike == spike_none || !is_filtered(data) || is_believed(data, spike);
+    float& stored = reach(data);
+    if (log && stored != data.value && LOG::is_enabled(log_mask::change)) {
+        const std::string key(dao_key(data.name, data.instance).view());
+        if (keep_new) {
+            LOG::log(log_source, log_mask::change, "OBV - DAO[%s] = %3.2f -> %3.2f (keep new)\n", key.c_str(),
+                     shown(stored), shown(data.value));
+        } else {
+            LOG::log(log_source, log_mask::change, "OBV - DAO[%s] = %3.2f -> %3.2f (keep old)\n", key.c_str(),
+                     shown(data.value), shown(stored));
+        }
+    }
+    if (keep_new) {
+        stored = data.value;
+    } else {
+        data.value = stored;
+    }
+}
+
+std::vector<std::pair<std::string, float>> common_thermal_dao::values() const {
+    std::vector<std::pair<std::string, float>> sorted(_dev_data.begin(), _dev_data.end());
+    std::sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    return sorted;
+}
+
+void common_thermal_dao::update_ipmi_sdr_key_dao(const std::string& map_key, std::string name, int instance) {
+    _ipmi_sdr_key_dao[map_key] = {std::move(name), instance};
+}
+
+bool common_thermal_dao::fetch_ipmi_sdr_key_dao(const std::string& map_key, common_thermal_utils::dao_t* out) const {
+    const auto known = _ipmi_sdr_key_dao.find(map_key);
+    if (known == _ipmi_sdr_key_dao.end()) {
+        return false;
+    }
+    *out = known->second;
+    return true;
+}
+
+void common_thermal_dao::reserve_fan_alg(unsigned fans) {
+    if (_fan_count != 0) {
+        return;
+    }
+    if (fans > most_fans) {
+        LOG::err(log_source, "Fan device number exceeded!!!\n");
+        LOG::err(log_source, "Fan device number Cur/Max - %d/%d\n", static_cast<int>(fans),
+                 static_cast<int>(most_fans));
+        fans = most_fans;
+    }
+    _fan_count = fans;
+    const std::uint32_t share = fans == 0 ? 0 : history_records / fans;
+    for (std::uint32_t fan = 1; fan <= fans; ++fan) {
+        const unsigned index = convert_fan_inst_to_index(fan);
+        index_row& row = _fan_alg_index[index];
+        row.id = fan;
+        row.first = row.next = share * index;
+        row.last = row.first + share - 1;
+    }
+}
+
+unsigned common_thermal_dao::convert_fan_inst_to_index(unsigned instance) const {
+    return _fan_count == 0 ? 0 : instance % _fan_count;
+}
