@@ -1,0 +1,102 @@
+#pragma once
+
+#include "device/common_thermal_device.hpp"
+
+// Devices that turn one port into one value. Each class is a row of a table in port_sensors.cpp: key word, port, gate,
+// conversion, and what no reading gives.
+
+// Whether a component is there: 1.0 or 0.0. Absent while its gate is closed, its port unbound or its read failing.
+class THERMAL_API presence_sensor : public common_thermal_device {
+public:
+    struct row;
+
+    // By number, or by the key of a line of another process.
+    void set_port_input(unsigned port) { _port.bind(port); }
+    void set_port_input(const std::string& key) { _port.bind(key); }
+
+    bool is_presence() const { return _values[0] > 0.0f; }
+    void poll(common_thermal_dao* dao, unsigned long now) override;
+    std::string debug() override { return _values.debug_text(); }
+
+protected:
+    presence_sensor(const row& kind, int instance);
+
+private:
+    const row& _row;
+    published_values _values;
+    device_port _port;
+};
+
+// A temperature in degrees Celsius from an integer port, read while the component is present; 0.0 without a reading.
+class THERMAL_API integer_temperature_sensor : public common_thermal_device {
+public:
+    struct row;
+
+    void set_port_input(unsigned port) { _port.bind(port); }
+    void set_port_input(const std::string& key) { _port.bind(key); }
+
+    void poll(common_thermal_dao* dao, unsigned long now) override;
+    std::string debug() override { return _values.debug_text(); }
+
+protected:
+    integer_temperature_sensor(const row& kind, int instance);
+
+private:
+    const row& _row;
+    published_values _values;
+    device_port _port;
+};
+
+// A voltage regulator's temperature in degrees Celsius from a record of the FPGA, read while the FPGA has sensor
+// records. A record marked invalid gives 255.0.
+class THERMAL_API regulator_temperature_sensor : public common_thermal_device {
+public:
+    struct row;
+
+    void set_port_input(unsigned port) { _port.bind(port); }
+    void set_port_input(const std::string& key) { _port.bind(key); }
+    // Start of the record in the 16-byte block, 0 to 9; any other offset makes every record invalid.
+    void set_adi_offset(int offset) { _adi_offset = static_cast<std::uint32_t>(offset); }
+
+    void poll(common_thermal_dao* dao, unsigned long now) override;
+    std::string debug() override { return _values.debug_text(); }
+
+protected:
+    regulator_temperature_sensor(const row& kind, int instance);
+
+private:
+    const row& _row;
+    std::uint32_t _adi_offset = 0;
+    published_values _values;
+    device_port _port;
+};
+
+#define THERMAL_PORT_SENSOR(base, name)    \
+    class THERMAL_API name : public base { \
+    public:                                \
+        explicit name(int instance);       \
+    }
+
+// Gated on the stage ipmi_ready of any event status device it depends on.
+THERMAL_PORT_SENSOR(presence_sensor, common_thermal_device_pch_presence);
+THERMAL_PORT_SENSOR(presence_sensor, common_thermal_device_psu_presence);
+// Gated on the stage dp_ready.
+THERMAL_PORT_SENSOR(presence_sensor, common_thermal_device_nvidia_ubb_presence);
+// Always read.
+THERMAL_PORT_SENSOR(presence_sensor, common_thermal_device_retimer_presence);
+THERMAL_PORT_SENSOR(presence_sensor, common_thermal_device_raidcard_presence);
+
+THERMAL_PORT_SENSOR(integer_temperature_sensor, common_thermal_device_pch_temperature);
+THERMAL_PORT_SENSOR(integer_temperature_sensor, common_thermal_device_psu_inlet);
+THERMAL_PORT_SENSOR(integer_temperature_sensor, common_thermal_device_retimer_temp);
+THERMAL_PORT_SENSOR(integer_temperature_sensor, common_thermal_device_raidcard_temp);
+THERMAL_PORT_SENSOR(integer_temperature_sensor, common_thermal_device_raidcard_battery);
+// The port gives thousandths of a degree.
+THERMAL_PORT_SENSOR(integer_temperature_sensor, common_thermal_device_nvswitch_temperature);
+
+// Keeps its last value while there is no reading; the other two fall to 0.0.
+THERMAL_PORT_SENSOR(regulator_temperature_sensor, common_thermal_device_cpuvr);
+THERMAL_PORT_SENSOR(regulator_temperature_sensor, common_thermal_device_dimmvr);
+THERMAL_PORT_SENSOR(regulator_temperature_sensor, common_thermal_device_powervr);
+
+#undef THERMAL_PORT_SENSOR
