@@ -1,0 +1,74 @@
+#include "algorithm/common_thermal_algorithm_parser.hpp"
+
+#include <string_view>
+
+#include "algorithm/control/pid.hpp"
+#include "algorithm/rule_group.hpp"
+
+namespace {
+
+constexpr const char* override_path = "/tmp/ThermalAlgorithm.ini";
+constexpr std::string_view rule_suffix = ".ALGORITHM";
+
+using algorithm_factory = std::unique_ptr<common_thermal_algorithm> (*)(int instance);
+
+template <class Algorithm>
+std::unique_ptr<common_thermal_algorithm> make(int instance) {
+    return std::make_unique<Algorithm>(instance);
+}
+
+struct rule_type {
+    std::string_view name;
+    algorithm_factory make;
+};
+
+// The types a rule can name, each under its class name.
+constexpr rule_type rule_types[] = {
+    {"common_thermal_algorithm_pid", make<common_thermal_algorithm_pid>},
+    {"common_thermal_algorithm_pid_v2", make<common_thermal_algorithm_pid_v2>},
+    {"common_thermal_algorithm_pid_v3", make<common_thermal_algorithm_pid_v3>},
+};
+
+algorithm_factory factory_of(std::string_view type) {
+    for (const rule_type& row : rule_types) {
+        if (row.name == type) {
+            return row.make;
+        }
+    }
+    return nullptr;
+}
+
+void parse(common_thermal_algorithm& rule, ini_file::std_handler& rules, const std::string& group) {
+    rule.parse_result_name(&rules, group);
+    rule.parse_parameters(&rules, group);
+    rule.parse_conditions(&rules, group);
+    rule.parse_action(&rules, group);
+}
+
+}  // namespace
+
+void common_thermal_algorithm_parser::generate_algorithm_rule(const std::string& path, algorithm_list* list,
+                                                              rule_set& set) {
+    ini_file::std_handler rules;
+    if (rules.read_ini(override_path) != 0) {
+        rules.read_ini(path.c_str());
+    }
+    set.group = "SUMMARY";
+    set.announced = 0;
+    set.announced = rule_group(rules, set.group).integer("ALGORITHM_COUNT");
+    list->free_all_thermal_algorithm_list();
+    set.rules.clear();
+    // A number without a group would only be skipped, so the groups that are there decide, however high the count is.
+    for (const int number : rules.numbered_groups(rule_suffix, set.announced)) {
+        set.group = std::to_string(number).append(rule_suffix);
+        const algorithm_factory factory = factory_of(rule_group(rules, set.group).text("TYPE"));
+        if (factory == nullptr) {
+            continue;
+        }
+        auto rule = factory(static_cast<int>(list->get_thermal_algorithm_size() + 1));
+        parse(*rule, rules, set.group);
+        list->add_thermal_algorithm(static_cast<unsigned>(number), rule.get());
+        set.rules.push_back(std::move(rule));
+    }
+    list->add_thermal_algorithm_done();
+}

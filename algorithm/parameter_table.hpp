@@ -1,0 +1,79 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <variant>
+
+#include "algorithm/rule_group.hpp"
+#include "store/common_thermal_dao.hpp"
+
+// One field of a parameter record. A table of them, in the order of the diagnostic text, reads the record from a rule
+// group and shows it. Start values stand in the record itself: they hold for a record that no rule filled.
+template <class Record>
+struct parameter {
+    const char* shown;
+    // Behind "<number>."; null for what the class computes. A reference reads `key` + "_PREFIX" and `key` + "_INST".
+    const char* key;
+    std::variant<float Record::*, store_reference Record::*> member;
+};
+
+// The parameter records of an algorithm by number, from 1.
+template <class Record>
+class parameter_records {
+public:
+    void set_size(unsigned count) {
+        _records.clear();
+        for (unsigned number = 1; number <= count; ++number) {
+            at(number);
+        }
+    }
+
+    // A record that is not there is made.
+    Record& at(unsigned number) { return _records[number]; }
+
+    auto begin() { return _records.begin(); }
+    auto end() { return _records.end(); }
+
+    // Replaces all records by those of the rule. A key that is missing gives 0 or the empty text, not the start value.
+    template <class Table>
+    void parse(const rule_group& rule, const Table& table) {
+        const unsigned count = rule.count("PARAMETER_COUNT");
+        set_size(count);
+        for (unsigned number = 1; number <= count; ++number) {
+            numbered_key key(number);
+            for (const parameter<Record>& field : table) {
+                if (field.key != nullptr) {
+                    read(rule, key, field, at(number));
+                }
+            }
+        }
+    }
+
+    template <class Table>
+    static std::string debug_text(unsigned number, const Record& record, const Table& table) {
+        std::string text = "\nindex=" + std::to_string(number);
+        for (const parameter<Record>& field : table) {
+            text += std::string("\n") + field.shown + "=" +
+                    std::visit([&record](auto member) { return text_of(record.*member); }, field.member);
+        }
+        return text;
+    }
+
+private:
+    static void read(const rule_group& rule, numbered_key& key, const parameter<Record>& field, Record& record) {
+        if (const auto number = std::get_if<float Record::*>(&field.member)) {
+            record.** number = rule.number(key(field.key));
+            return;
+        }
+        std::string name = rule.text(key(field.key, "_PREFIX"));
+        record.*std::get<store_reference Record::*>(field.member) =
+            store_reference(std::move(name), rule.integer(key(field.key, "_INST")));
+    }
+
+    static std::string text_of(float value) { return std::to_string(value); }
+    static std::string text_of(const store_reference& value) {
+        return value.name() + "." + std::to_string(value.instance());
+    }
+
+    std::map<unsigned, Record> _records;
+};
