@@ -1,5 +1,7 @@
 #include "foundation/common_thermal_utils.hpp"
 
+#include <algorithm>
+
 #include "foundation/host_attribute.hpp"
 #include "foundation/log_masks.hpp"
 #include "platform/properties.hpp"
@@ -27,7 +29,7 @@ std::unique_ptr<Port> make_logical(const char* function, const std::string& name
     auto port = std::make_unique<Port>(name + "." + std::to_string(instance));
     port->assign(number);
     if (show_pin) {
-        LOG::log(log_source, log_mask::change, "common_thermal_utils::%s() - pin_name=[%s]\n", function,
+        LOG::log(log_source, log_mask::change, "common_thermal_utils::%s() - pin_name=[%s]", function,
                  physical_io_locator::rev_find_pin_name(number).c_str());
     }
     return port;
@@ -43,7 +45,7 @@ std::unique_ptr<Port> make_keyed(const logical_device& owner, const std::string&
 template <class Value>
 void create_property(const char* function, const char* path, Value value) {
     if (!bmc_property::create(path, value, property_flags)) {
-        LOG::err(log_source_property, "common_thermal_utils::%s - failed to create property %s\n", function, path);
+        LOG::err(log_source_property, "common_thermal_utils::%s - failed to create property %s", function, path);
     }
 }
 
@@ -62,7 +64,7 @@ Value read_or_create(const char* path, Value (bmc_property::*get)() const) {
         return (property->*get)();
     }
     create_property("get_ipmi_property", path, Value{0});
-    return 0;
+    return Value{0};
 }
 
 }  // namespace
@@ -79,6 +81,8 @@ void common_thermal_utils::release() {
     _cio_integer.reset();
     _fantach.reset();
     _position = 0;
+    _key_uint = 0;
+    _key_string.clear();
 }
 
 void common_thermal_utils::create_port_bit(const logical_device&, const std::string& name, int instance, unsigned port,
@@ -171,10 +175,7 @@ bool common_thermal_utils::read_port_integer(std::uint32_t* value) {
     if (_integer) {
         int status = status_never_reached;
         integer_accessor* accessor = reach(*_integer, "read()");
-        const std::uint32_t reading = accessor != nullptr ? accessor->read(status) : 0;
-        if (accessor == nullptr || status == port_status_success) {
-            *value = reading;
-        }
+        *value = accessor != nullptr ? accessor->read(status) : 0;
         return status == port_status_success;
     }
     return _cio_integer && _cio_integer->read(value) == 0;
@@ -207,12 +208,12 @@ bool common_thermal_utils::read_port_block(std::uint8_t* buffer, std::uint32_t* 
     if (_block) {
         int status = status_never_reached;
         block_accessor* accessor = reach(*_block, "block::read()");
-        *got = accessor != nullptr ? accessor->read(_position, buffer, max, status) : 0;
+        *got = accessor != nullptr ? std::min(accessor->read(_position, buffer, max, status), max) : 0;
         _position += *got;
         return status == port_status_success;
     }
     if (_cio_block) {
-        *got = _cio_block->read(buffer, max, false);
+        *got = std::min(_cio_block->read(buffer, max, false), max);
         return true;
     }
     return false;
@@ -289,8 +290,8 @@ int common_thermal_utils::get_uefi_pciegen_pwrbrk_mode(std::uint8_t& mode) {
             break;
         case host_attribute_query::outcome::answered:
             mode = query.mode;
-            LOG::log(log_source, log_mask::life_cycle, "%s - uefi_power_option=%d, %s = %s\n", function, mode,
-                     query.request.name, query.request.value);
+            LOG::log(log_source, log_mask::life_cycle, "%s - uefi_power_option=%d, %s = %s", function, mode,
+                     power_brake_attribute, query.request.value);
             break;
     }
     return query.error;

@@ -161,14 +161,14 @@ public:
 
     // One function of a PCI adapter, as the inventory has it.
     struct pci_info_t {
-        std::uint32_t class_code;  // 0x120000 marks a processing accelerator
-        float max_tdp;             // W, 0 where unknown
-        std::uint16_t slot_no;
-        std::uint16_t vendor_id;
-        std::uint16_t device_id;
-        std::uint16_t sub_vendor_id;
-        std::uint16_t sub_device_id;
-        std::uint8_t location;  // with slot_no the identity of a slot
+        std::uint32_t class_code = 0;  // 0x120000 marks a processing accelerator
+        float max_tdp = 0.0f;          // W, 0 where unknown
+        std::uint16_t slot_no = 0;
+        std::uint16_t vendor_id = 0;
+        std::uint16_t device_id = 0;
+        std::uint16_t sub_vendor_id = 0;
+        std::uint16_t sub_device_id = 0;
+        std::uint8_t location = 0;  // with slot_no the identity of a slot
     };
 
     common_thermal_utils();
@@ -205,7 +205,7 @@ public:
     // A logical port reads true with 0 or 1; a keyed port that reads low answers false with 0.
     bool read_port_bit(std::uint8_t* value);
     bool write_port_bit(std::uint8_t value);
-    // False leaves `*value` alone, but a logical port without a line behind it clears it.
+    // A keyed port that fails leaves `*value` alone; a logical one leaves what its line answered, 0 without a line.
     bool read_port_integer(std::uint32_t* value);
     bool write_port_integer(std::uint32_t value);
     // Positions are the port's own units; reads and writes move a logical port on by their bytes.

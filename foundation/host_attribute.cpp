@@ -17,7 +17,7 @@ std::uint8_t mode_from_text(const char* text) {
 host_attribute_query query_power_brake_mode() {
     host_attribute_query query;
     query.request.count = 1;
-    query.request.name = "Power.Q1003";
+    query.request.name = power_brake_attribute;
     query.request.default_text = "";
     query.error = hvt_api_initialize();
     if (query.error != 0) {

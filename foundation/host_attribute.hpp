@@ -4,6 +4,8 @@
 
 #include "platform/host_settings.hpp"
 
+constexpr const char* power_brake_attribute = "Power.Q1003";
+
 // One session with the host's settings service about the power-brake setting.
 struct host_attribute_query {
     enum class outcome { not_initialized, failed, answered };
@@ -14,5 +16,5 @@ struct host_attribute_query {
     hvt_attribute_request request{};
 };
 
-// Asks for "Power.Q1003". A number above 3 reads as 2, a text that is no number as 0.
+// Asks for the power-brake attribute. A number above 3 reads as 2, a text that is no number as 0.
 host_attribute_query query_power_brake_mode();

@@ -5,18 +5,21 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <functional>
 #include <istream>
 #include <iterator>
+#include <optional>
+
+#include "foundation/log_masks.hpp"
 
 namespace ini_file {
 
 namespace {
 
 // A piece of a text that may be written to.
-struct span {
+struct text_piece {
     char* begin;
     char* end;
     std::string_view view() const { return {begin, static_cast<std::size_t>(end - begin)}; }
@@ -24,7 +27,7 @@ struct span {
 
 bool is_trimmed(char c) { return c == ' ' || c == '\t'; }
 
-span trimmed(span text) {
+inline text_piece trimmed(text_piece text) {
     while (text.begin != text.end && is_trimmed(*text.begin)) {
         ++text.begin;
     }
@@ -34,14 +37,14 @@ span trimmed(span text) {
     return text;
 }
 
-char* find(span text, char wanted) {
+char* find(text_piece text, char wanted) {
     const auto size = static_cast<std::size_t>(text.end - text.begin);
     return size == 0 ? nullptr : static_cast<char*>(std::memchr(text.begin, wanted, size));
 }
 
 // One line without its newline. Only blanks may stand ahead of a header or a comment; a tab makes the line an entry.
 template <class Sink>
-void read_line(span line, Sink& sink) {
+void read_line(text_piece line, Sink& sink) {
     char* first = line.begin;
     while (first != line.end && *first == ' ') {
         ++first;
@@ -61,7 +64,7 @@ void read_line(span line, Sink& sink) {
 }
 
 template <class Sink>
-void read_lines(span text, Sink& sink) {
+void read_lines(text_piece text, Sink& sink) {
     while (text.begin != text.end) {
         char* newline = find(text, '\n');
         char* end = newline != nullptr ? newline : text.end;
@@ -70,17 +73,123 @@ void read_lines(span text, Sink& sink) {
     }
 }
 
+class open_file {
+public:
+    // Without waiting for a writer where `path` is a pipe.
+    explicit open_file(const char* path) : _file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
+    ~open_file() {
+        if (_file >= 0) {
+            ::close(_file);
+        }
+    }
+    open_file(const open_file&) = delete;
+    open_file& operator=(const open_file&) = delete;
+
+    // Nothing unless it is a regular file.
+    std::optional<std::size_t> size() const {
+        struct stat status {};
+        if (::fstat(_file, &status) != 0 || !S_ISREG(status.st_mode)) {
+            return {};
+        }
+        return static_cast<std::size_t>(status.st_size);
+    }
+
+    bool read(text_piece text) const {
+        while (text.begin != text.end) {
+            const ssize_t got = ::read(_file, text.begin, static_cast<std::size_t>(text.end - text.begin));
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got <= 0) {
+                return false;
+            }
+            text.begin += got;
+        }
+        return true;
+    }
+
+private:
+    int _file;
+};
+
 struct handler_lines {
     ini_handler& handler;
 
-    void header(span name) { handler.add_group(std::string(name.view())); }
-    void assignment(span key, span value) { handler.add_entry({std::string(key.view()), std::string(value.view())}); }
+    void header(text_piece name) { handler.add_group(std::string(name.view())); }
+    void assignment(text_piece key, text_piece value) {
+        handler.add_entry({std::string(key.view()), std::string(value.view())});
+    }
 };
 
 constexpr std::string_view missing_value = "bad_key";
 constexpr std::size_t smallest_index = 64;
+constexpr std::size_t largest_file = 64u << 20;  // five times the largest policy known
 
-bool has_zero_byte(span text) { return find(text, '\0') != nullptr; }
+// The number that leads a key such as "12.FAN_MAP"; 0 without one, or for one that no list reaches.
+unsigned row_number(std::string_view key) {
+    constexpr unsigned most = 256;
+    unsigned number = 0;
+    for (const char digit : key) {
+        if (digit == '.') {
+            return number;
+        }
+        if (digit < '0' || digit > '9' || number > most) {
+            break;
+        }
+        number = 10 * number + static_cast<unsigned>(digit - '0');
+    }
+    return 0;
+}
+
+// About how many lines a text has, judged by its beginning.
+std::size_t estimate_lines(text_piece text) {
+    constexpr std::ptrdiff_t sample_size = 1 << 16;
+    const auto size = static_cast<std::size_t>(text.end - text.begin);
+    const auto sample = static_cast<std::size_t>(std::min(text.end - text.begin, sample_size));
+    const auto lines = static_cast<std::size_t>(std::count(text.begin, text.begin + sample, '\n')) + 1;
+    return sample == 0 ? 0 : size / sample * lines + lines;
+}
+
+template <class Word>
+std::uint64_t word_at(const char* text) {
+    Word word;
+    std::memcpy(&word, text, sizeof word);
+    return word;
+}
+
+// The last bytes of a text, 8 at most; some of them twice where there are fewer.
+std::uint64_t tail_of(std::string_view text) {
+    const char* first = text.data();
+    const std::size_t size = text.size();
+    if (size >= 8) {
+        return word_at<std::uint64_t>(first + size - 8);
+    }
+    if (size >= 4) {
+        return word_at<std::uint32_t>(first) | word_at<std::uint32_t>(first + size - 4) << 32;
+    }
+    return size == 0 ? 0
+                     : word_at<std::uint8_t>(first) | word_at<std::uint8_t>(first + size / 2) << 8 |
+                           word_at<std::uint8_t>(first + size - 1) << 16;
+}
+
+// Every key is hashed twice or more in a load, and most are short.
+std::uint64_t hash_of(std::string_view key, std::uint64_t seed) {
+    constexpr std::uint64_t spread = 0x9E3779B97F4A7C15u;
+    std::uint64_t hash = seed + key.size();
+    for (std::size_t i = 0; i + 8 < key.size(); i += 8) {
+        hash = (hash ^ word_at<std::uint64_t>(key.data() + i)) * spread;
+        hash ^= hash >> 32;
+    }
+    hash = (hash ^ tail_of(key)) * spread;
+    return hash ^ hash >> 32;
+}
+
+// Whether the text that ends with a zero byte is `key`.
+bool is_text(const char* text, std::string_view key) {
+    return std::strncmp(text, key.data(), key.size()) == 0 && text[key.size()] == '\0';
+}
+
+bool has_zero_byte(text_piece text) { return find(text, '\0') != nullptr; }
 
 }  // namespace
 
@@ -88,20 +197,25 @@ bool has_zero_byte(span text) { return find(text, '\0') != nullptr; }
 // room for it: the "=" behind a key, the newline or the end of the text behind a value.
 struct in_place_lines {
     std_handler& handler;
+    bool may_hold_zero_bytes;
 
-    void header(span name) { handler.select_group(name.view()); }
-    void assignment(span key, span value) {
-        if (has_zero_byte(key)) {
+    void header(text_piece name) { handler.select_group(name.view()); }
+    void assignment(text_piece key, text_piece value) {
+        if (may_hold_zero_bytes && has_zero_byte(key)) {
             return;  // no look-up can name it
         }
         *key.end = '\0';
         *value.end = '\0';
-        handler.enter(key.begin, value.begin);
+        handler.enter(key.view(), value.begin);
     }
 };
 
 int ini_file_reader::read_file(std::istream& stream) {
+    if (!stream.good()) {
+        return 0;
+    }
     std::string text(std::istreambuf_iterator<char>(stream), {});
+    stream.setstate(std::ios::eofbit);
     handler_lines lines{*_handler};
     read_lines({text.data(), text.data() + text.size()}, lines);
     return 0;
@@ -117,46 +231,47 @@ std_handler::std_handler() { select_group(""); }
 std_handler::~std_handler() = default;
 
 char* std_handler::keep(std::size_t size) {
-    _texts.push_back({std::unique_ptr<char[]>(new char[size + 1]), size});
-    _texts.back().text[size] = '\0';
-    return _texts.back().text.get();
+    _texts.emplace_back(new char[size + 1]);
+    char* text = _texts.back().get();
+    text[size] = '\0';
+    return text;
 }
 
 int std_handler::read_ini(const char* path) {
-    const int file = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-    if (file < 0) {
+    const open_file file(path);
+    const std::optional<std::size_t> size = file.size();
+    if (!size) {
         return 1;
     }
-    struct stat status {};
-    const bool regular = ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
-    const std::size_t size = regular && status.st_size > 0 ? static_cast<std::size_t>(status.st_size) : 0;
-    char* text = keep(size);
-    std::size_t filled = 0;
-    while (filled < size) {
-        const ssize_t got = ::read(file, text + filled, size - filled);
-        if (got <= 0) {
-            break;
-        }
-        filled += static_cast<std::size_t>(got);
+    if (*size > largest_file) {
+        LOG::err(log_source, "ini_file::%s - %s is too large: %zu bytes\n", "read_ini", path, *size);
+        return 1;
     }
-    ::close(file);
-    text[filled] = '\0';
-    reserve(static_cast<std::size_t>(std::count(text, text + filled, '=')));
-    in_place_lines lines{*this};
-    read_lines({text, text + filled}, lines);
+    char* text = keep(*size);
+    const text_piece whole{text, text + *size};
+    if (!file.read(whole)) {
+        return 1;
+    }
+    reserve(estimate_lines(whole));
+    in_place_lines sink{*this, has_zero_byte(whole)};
+    read_lines(whole, sink);
     return 0;
 }
 
-const char* std_handler::get_value(const char* group, const char* key, const char* default_value) const {
-    std::uint32_t number = 0;
-    if (find_group(group, number) == nullptr) {
+int std_handler::find_group(const char* name) const {
+    const auto known = _group_numbers.find(name);
+    return known != _group_numbers.end() ? static_cast<int>(known->second) : -1;
+}
+
+const char* std_handler::get_value(int group, std::string_view key, const char* default_value) const {
+    if (group < 0 || _index.empty()) {
         return default_value;
     }
-    const std::uint32_t found = _index.empty() ? 0 : _index[place_of(number, key)];
-    if (found == 0) {
+    const std::uint32_t number = _index[place_of(static_cast<std::uint32_t>(group), key)];
+    if (number == 0) {
         return default_value;
     }
-    const entry& known = _entries[found - 1];
+    const entry& known = _entries[number - 1];
     const char* value = known.key + known.value;
     return value == missing_value ? default_value : value;
 }
@@ -176,13 +291,15 @@ void std_handler::add_entry(const ini_file_entry& added) {
     added.key.copy(text, added.key.size());
     char* value = text + added.key.size() + 1;
     added.value.copy(value, added.value.size());
-    in_place_lines{*this}.assignment({text, value - 1}, {value, value + added.value.size()});
+    in_place_lines{*this, true}.assignment({text, value - 1}, {value, value + added.value.size()});
 }
 
-unsigned std_handler::entry_count(const char* group) const {
-    std::uint32_t number = 0;
-    const auto* found = find_group(group, number);
-    return found != nullptr ? found->entries : 0;
+unsigned std_handler::most_rows(int group) const {
+    if (group < 0) {
+        return 0;
+    }
+    const section& asked = _groups[static_cast<std::size_t>(group)];
+    return std::max(asked.entries, asked.highest_row);
 }
 
 std::vector<int> std_handler::numbered_groups(std::string_view suffix, int highest) const {
@@ -205,14 +322,16 @@ std::vector<int> std_handler::numbered_groups(std::string_view suffix, int highe
 void std_handler::select_group(std::string_view name) {
     const auto [known, added] = _group_numbers.try_emplace(name, static_cast<std::uint32_t>(_groups.size()));
     if (added) {
-        _groups.push_back({name, 0});
+        _groups.push_back({name, 0, 0});
     }
     _current_group = known->second;
 }
 
-void std_handler::enter(const char* key, const char* value) {
-    reserve(1);
-    const entry added{key, static_cast<std::uint32_t>(value - key), _current_group};
+void std_handler::enter(std::string_view key, const char* value) {
+    if (_entries.size() == _room) {
+        reserve(1);
+    }
+    const entry added{key.data(), static_cast<std::uint32_t>(value - key.data()), _current_group};
     std::uint32_t& place = _index[place_of(_current_group, key)];
     if (place != 0) {
         _entries[place - 1] = added;
@@ -220,52 +339,47 @@ void std_handler::enter(const char* key, const char* value) {
     }
     _entries.push_back(added);
     place = static_cast<std::uint32_t>(_entries.size());
-    ++_groups[_current_group].entries;
+    section& grown = _groups[_current_group];
+    ++grown.entries;
+    grown.highest_row = std::max(grown.highest_row, row_number(key));
 }
 
-// Room for that many further entries, with the index at most half full.
+// Room for that many further entries, with the index at most three quarters full.
 void std_handler::reserve(std::size_t entries) {
-    const std::size_t wanted = 2 * (_entries.size() + entries);
-    if (wanted <= _index.size()) {
+    const std::size_t wanted = _entries.size() + entries;
+    if (wanted <= _room) {
         return;
     }
     std::size_t size = std::max(smallest_index, _index.size());
-    while (size < wanted) {
+    while (size / 4 * 3 < wanted) {
         size *= 2;
     }
-    _entries.reserve(_entries.size() + entries);
+    _room = size / 4 * 3;
+    _entries.reserve(wanted);
+    index_all(size);
+}
+
+void std_handler::index_all(std::size_t size) {
     _index.assign(size, 0);
     for (std::size_t i = 0; i < _entries.size(); ++i) {
         _index[place_of(_entries[i].group, _entries[i].key)] = static_cast<std::uint32_t>(i + 1);
     }
 }
 
-// Where the entry stands in the index, or the free place where it would go.
-std::size_t std_handler::place_of(std::uint32_t group_number, std::string_view key) const {
-    constexpr std::size_t spread = 0x9E3779B97F4A7C15u;
+// Where the entry stands in the index, or the free place where it would go. The handler's own address enters the hash,
+// so that nobody can write a file whose entries all start at one place.
+std::size_t std_handler::place_of(std::uint32_t group, std::string_view key) const {
+    const auto seed = static_cast<std::uint64_t>(reinterpret_cast<std::uintptr_t>(this));
     const std::size_t mask = _index.size() - 1;
-    std::size_t place = (std::hash<std::string_view>()(key) ^ group_number * spread) & mask;
+    std::size_t place = static_cast<std::size_t>(hash_of(key, seed ^ std::uint64_t{group} << 32)) & mask;
     while (_index[place] != 0) {
         const entry& standing = _entries[_index[place] - 1];
-        if (standing.group == group_number && key == standing.key) {
+        if (standing.group == group && is_text(standing.key, key)) {
             break;
         }
         place = (place + 1) & mask;
     }
     return place;
-}
-
-// A rule asks for its keys one after another, so the group of the last look-up is tried first.
-const std_handler::section* std_handler::find_group(const char* name, std::uint32_t& number) const {
-    if (_groups[_last_looked_up].name != name) {
-        const auto known = _group_numbers.find(name);
-        if (known == _group_numbers.end()) {
-            return nullptr;
-        }
-        _last_looked_up = known->second;
-    }
-    number = _last_looked_up;
-    return &_groups[number];
 }
 
 }  // namespace ini_file

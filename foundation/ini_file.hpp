@@ -47,28 +47,32 @@ public:
     std_handler(const std_handler&) = delete;
     std_handler& operator=(const std_handler&) = delete;
 
-    // 0, or 1 if the file cannot be opened. A further file adds to what is there, in the group that the last one ended.
+    // 0, or 1 if it cannot be opened, read, or is no regular file of at most 64 MB; then nothing is stored. A further file adds to what is there, in the group that the last one ended.
     int read_ini(const char* path);
 
     // The value's text, or `default_value` for a key that is missing or whose value reads "bad_key". Valid until the
     // handler goes or the entry is overwritten.
-    const char* get_value(const char* group, const char* key, const char* default_value) const;
+    const char* get_value(const char* group, const char* key, const char* default_value) const {
+        return get_value(find_group(group), key, default_value);
+    }
+
+    // The same for a caller that asks for many keys of one group. A group keeps its number; -1 stands for one that is
+    // not there.
+    int find_group(const char* name) const;
+    const char* get_value(int group, std::string_view key, const char* default_value) const;
 
     // The entries of a header that occurs twice continue its group; of two equal keys the last stands.
     void add_group(const std::string& name) override;
-    void add_entry(const ini_file_entry& entry) override;
+    void add_entry(const ini_file_entry& added) override;
 
-    // Entries in a group. No list in it can have more rows than that.
-    unsigned entry_count(const char* group) const;
+    // How many rows a list in a group can have that somebody wrote: as many as the group has entries, or the highest
+    // number that leads a key, up to 256 of them with gaps between.
+    unsigned most_rows(int group) const;
 
     // The numbers n, ascending, of the groups named n + `suffix`, with n in plain decimal from 1 to `highest`.
     std::vector<int> numbered_groups(std::string_view suffix, int highest) const;
 
 private:
-    struct text_block {
-        std::unique_ptr<char[]> text;
-        std::size_t size;
-    };
     struct entry {
         const char* key;
         std::uint32_t value;  // distance of the value from the key
@@ -77,23 +81,24 @@ private:
     struct section {
         std::string_view name;
         unsigned entries;
+        unsigned highest_row;
     };
     friend struct in_place_lines;
 
     char* keep(std::size_t size);
     void select_group(std::string_view name);
-    void enter(const char* key, const char* value);
+    void enter(std::string_view key, const char* value);
     void reserve(std::size_t entries);
-    std::size_t place_of(std::uint32_t group_number, std::string_view key) const;
-    const section* find_group(const char* name, std::uint32_t& number) const;
+    void index_all(std::size_t size);
+    std::size_t place_of(std::uint32_t group, std::string_view key) const;
 
-    std::vector<text_block> _texts;
+    std::vector<std::unique_ptr<char[]>> _texts;
     std::vector<entry> _entries;
     std::vector<std::uint32_t> _index;  // open addressing: entry number + 1, or 0
+    std::size_t _room = 0;              // entries that the index takes
     std::vector<section> _groups;
     std::unordered_map<std::string_view, std::uint32_t> _group_numbers;
     std::uint32_t _current_group = 0;
-    mutable std::uint32_t _last_looked_up = 0;
 };
 
 }  // namespace ini_file

@@ -11,7 +11,7 @@ public:
     // The number at least `width` characters wide, filled with "0" on the left.
     seq_str(const char* prefix, int number, const char* suffix, int width);
 
-    operator const std::string&() const { return _text; }
+    operator std::string() const { return _text; }
     const std::string& text() const { return _text; }
 
 private:

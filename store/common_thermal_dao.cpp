@@ -47,15 +47,22 @@ float& common_thermal_dao::make(std::string_view key) {
     return _dev_data.emplace(std::string(key), 0.0f).first->second;
 }
 
-float& common_thermal_dao::make(store_place& place, std::string_view key) {
-    float& value = make(key);
+float* common_thermal_dao::look_up(store_place& place, const std::string& name, int instance) const {
+    return look_up(place, dao_key(name, instance).view());
+}
+
+float& common_thermal_dao::make(store_place& place, const std::string& name, int instance) {
+    float& value = make(dao_key(name, instance).view());
     place = {&value, _identity, 0};
     return value;
 }
 
 bool common_thermal_dao::fetch_dev(std::string_view name, int instance, float* value) const {
-    store_place forgotten;
-    return fetch_dev(name, instance, forgotten, value);
+    const float* stored = find_text(dao_key(name, instance).view());
+    if (stored != nullptr) {
+        *value = *stored;
+    }
+    return stored != nullptr;
 }
 
 void common_thermal_dao::update_dev(std::string_view name, int instance, float value, bool log) {
@@ -71,9 +78,12 @@ void common_thermal_dao::update_dev(std::string_view name, int instance, float v
     stored = value;
 }
 
-void common_thermal_dao::update_filtered(dev_data_t& data, dev_data_spike_t spike, bool log) {
+void common_thermal_dao::update_carefully(dev_data_t& data, dev_data_spike_t spike, bool log) {
+    if (!is_known(data._place)) {
+        data._unfiltered_at = 0;  // what is remembered is of another store
+    }
     const bool keep_new = spike == spike_none || !is_filtered(data) || is_believed(data, spike);
-    float& stored = reach(data);
+    float& stored = make(data._place, data.name, data.instance);
     if (log && stored != data.value && LOG::is_enabled(log_mask::change)) {
         const std::string key(dao_key(data.name, data.instance).view());
         if (keep_new) {

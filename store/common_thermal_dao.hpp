@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -16,7 +17,7 @@
 
 // The blackboard: one float for each key, name + "." + instance. Devices write readings, algorithms read them and write
 // results, settings travel under prefixed names. Keys are made by the first write and stay for the life of the store;
-// nothing else tells whether a value was ever written. Used on the thermal thread only; nothing here fails or throws.
+// nothing else tells whether a value was ever written. Used on the thermal thread only; only a miss is ever reported.
 class THERMAL_API common_thermal_dao {
 public:
     // A value that its owner publishes again and again. Name and instance are fixed: the record remembers its place.
@@ -30,8 +31,9 @@ public:
 
     private:
         friend class common_thermal_dao;
-        store_place _place;
-        store_place _spike_count;  // of the setting that turns the filter on
+        store_place _place;                // never of a miss
+        store_place _spike_count;          // of the setting that turns the filter on
+        std::uint32_t _unfiltered_at = 0;  // keys the store had when there was no such setting
     };
 
     // Which spikes to hold back before a value is believed. No setting in the store means no filter, whatever the kind.
@@ -48,28 +50,33 @@ public:
 
     // False leaves `*value` alone. Never makes a key.
     bool fetch_dev(std::string_view name, int instance, float* value) const;
-    bool fetch_dev(std::string_view name, int instance, store_place& place, float* value) const {
-        const float* stored = find(place, name, instance);
-        if (stored != nullptr) {
-            *value = *stored;
-        }
-        return stored != nullptr;
+    // The same for a caller that remembers the place; null if there is no such key.
+    const float* find_dev(const std::string& name, int instance, store_place& place) const {
+        return is_current(place) ? place.value : look_up(place, name, instance);
     }
 
     // Stores the value; a new key starts at 0.0. With `log`, a change leaves a line.
     void update_dev(std::string_view name, int instance, float value, bool log);
 
-    // The same for a caller that remembers the place.
-    void store_dev(std::string_view name, int instance, store_place& place, float value) {
-        reach(place, name, instance) = value;
+    // The same, always stored, for a caller that remembers the place.
+    void store_dev(const std::string& name, int instance, store_place& place, float value) {
+        (is_known(place) ? *place.value : make(place, name, instance)) = value;
     }
 
     // Stores the value, or, while the filter of this key holds it back, puts the stored value into the record instead.
     void update_dev(dev_data_t* data, dev_data_spike_t spike, bool log) {
-        if (!log && (spike == spike_none || !is_filtered(*data))) {
-            reach(*data) = data->value;
+        const bool unfiltered = spike == spike_none || data->_unfiltered_at == key_count();
+        if (!log && unfiltered && data->_place.store == _identity) {
+            *data->_place.value = data->value;
         } else {
-            update_filtered(*data, spike, log);
+            update_carefully(*data, spike, log);
+        }
+    }
+
+    // The same for all values of a device, in order, without a log.
+    void update_dev(std::span<dev_data_t> values, dev_data_spike_t spike) {
+        for (dev_data_t& data : values) {
+            update_dev(&data, spike, false);
         }
     }
 
@@ -112,37 +119,19 @@ private:
         std::uint32_t written = 0;
     };
 
-    struct range_limits {
-        float high;
-        float low;
-    };
-
-    // The value's place, or null if there is no such key.
-    float* find(store_place& place, std::string_view name, int instance) const {
-        return is_current(place) ? place.value : look_up(place, dao_key(name, instance).view());
-    }
+    bool is_known(const store_place& place) const { return place.store == _identity && place.value != nullptr; }
     bool is_current(const store_place& place) const {
         return place.store == _identity && (place.value != nullptr || place.keys_at_miss == key_count());
     }
-    // The value's place, made if there is none.
-    float& reach(store_place& place, std::string_view name, int instance) {
-        const bool known = place.store == _identity && place.value != nullptr;
-        return known ? *place.value : make(place, dao_key(name, instance).view());
-    }
-    float& reach(dev_data_t& data) { return reach(data._place, data.name, data.instance); }
-    bool is_filtered(dev_data_t& data) const {
-        store_place& place = data._spike_count;
-        const float* count = is_current(place) ? place.value : look_up_spike_count(data);
-        return count != nullptr && *count != 0.0f;
-    }
 
+    float* look_up(store_place& place, const std::string& name, int instance) const;
     float* look_up(store_place& place, std::string_view key) const;
-    float* look_up_spike_count(dev_data_t& data) const;
-    float& make(store_place& place, std::string_view key);
+    float& make(store_place& place, const std::string& name, int instance);
     float& make(std::string_view key);
+    bool is_filtered(dev_data_t& data);
     float* find_text(std::string_view key) const;
     float setting(std::string_view prefix, std::string_view name, int instance) const;
-    void update_filtered(dev_data_t& data, dev_data_spike_t spike, bool log);
+    void update_carefully(dev_data_t& data, dev_data_spike_t spike, bool log);
     bool is_believed(const dev_data_t& data, dev_data_spike_t spike);
     bool count_suspicion(std::string_view counter_prefix, std::string_view name, int instance, bool suspicious,
                          float maximum, float& count);
@@ -166,7 +155,16 @@ public:
     const std::string& name() const { return _name; }
     int instance() const { return _instance; }
 
-    bool fetch(const common_thermal_dao& dao, float* value) { return dao.fetch_dev(_name, _instance, _place, value); }
+    // Null if there is no such key.
+    const float* find(const common_thermal_dao& dao) { return dao.find_dev(_name, _instance, _place); }
+    // False leaves `*value` alone.
+    bool fetch(const common_thermal_dao& dao, float* value) {
+        const float* stored = find(dao);
+        if (stored != nullptr) {
+            *value = *stored;
+        }
+        return stored != nullptr;
+    }
 
 private:
     std::string _name;

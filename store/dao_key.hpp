@@ -2,7 +2,6 @@
 
 #include <array>
 #include <charconv>
-#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -31,12 +30,9 @@ public:
     std::string_view view() const { return _view; }
 
 private:
-    static char* append(char* end, std::string_view text) {
-        std::memcpy(end, text.data(), text.size());
-        return end + text.size();
-    }
+    static char* append(char* end, std::string_view text) { return end + text.copy(end, text.size()); }
 
-    std::array<char, 160> _short;
+    std::array<char, 160> _short;  // set as far as the key goes
     std::string _long;
     std::string_view _view;
 };

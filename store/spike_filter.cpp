@@ -40,8 +40,17 @@ float common_thermal_dao::setting(std::string_view prefix, std::string_view name
     return value != nullptr ? *value : 0.0f;
 }
 
-float* common_thermal_dao::look_up_spike_count(dev_data_t& data) const {
-    return look_up(data._spike_count, dao_key(maximum_count, data.name, data.instance).view());
+// A filter can only come with a new key, so its absence is remembered by the number of keys.
+bool common_thermal_dao::is_filtered(dev_data_t& data) {
+    const store_place& place = data._spike_count;
+    const float* count = is_current(place)
+                             ? place.value
+                             : look_up(data._spike_count, dao_key(maximum_count, data.name, data.instance).view());
+    if (count == nullptr) {
+        make(data._place, data.name, data.instance);
+        data._unfiltered_at = key_count();
+    }
+    return count != nullptr && *count != 0.0f;
 }
 
 bool common_thermal_dao::valid_key_with_spike_max_count(std::string_view name, int instance) const {
