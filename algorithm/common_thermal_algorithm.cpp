@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <string_view>
 
 #include "algorithm/rule_group.hpp"
@@ -47,6 +48,19 @@ bool holds(float live, utils::operator_t op, float value) {
     }
 }
 
+std::string joined(std::initializer_list<std::string_view> parts) {
+    std::size_t size = 0;
+    for (const std::string_view part : parts) {
+        size += part.size();
+    }
+    std::string text;
+    text.reserve(size);
+    for (const std::string_view part : parts) {
+        text += part;
+    }
+    return text;
+}
+
 std::uint32_t slot_key(std::uint16_t location, std::uint16_t slot_no) {
     return static_cast<std::uint32_t>(location) << 16 | slot_no;
 }
@@ -58,19 +72,36 @@ auto place_of(Demands& demands, std::uint8_t instance) {
                             [](const auto& demand, std::uint8_t wanted) { return demand.instance < wanted; });
 }
 
+// Calls `enter` with location and slot number of each row of a rule's list of PCI slots.
+template <class Enter>
+void for_each_slot(const rule_group& rule, Enter&& enter) {
+    const unsigned count = rule.count("PCI_MAP_COUNT");
+    for (unsigned i = 1; i <= count; ++i) {
+        numbered_key key(i);
+        const auto location = static_cast<std::uint16_t>(rule.unsigned_integer(key("PCI_LOCATION")));
+        enter(location, static_cast<std::uint16_t>(rule.unsigned_integer(key("PCI_SLOT_NO"))));
+    }
+}
+
+template <class Map>
+std::string slot_lines(const Map& slots) {
+    std::string text;
+    for (const auto& [key, value] : slots) {
+        text += "\npci_" + std::to_string(key) + "=" + std::to_string(static_cast<int>(value));
+    }
+    return text;
+}
+
 }  // namespace
 
 common_thermal_algorithm::common_thermal_algorithm(const char* name, int instance, talg_type_t type,
                                                    std::uint32_t action_support)
-    : _name(name),
-      _alg_type(type),
-      _action_support(action_support),
-      _result(create_dao_key_prefix(name, "result"), instance) {}
+    : _name(name), _alg_type(type), _action_support(action_support), _result(joined({name, ".result"}), instance) {}
 
 bool common_thermal_algorithm::are_conditions_asserted(common_thermal_dao* dao) {
     for (condition& each : _conditions) {
-        float live = 0.0f;
-        if (!each.live.fetch(*dao, &live) || !holds(live, each.op, each.value)) {
+        const float* live = each.live.find(*dao);
+        if (live == nullptr || !holds(*live, each.op, each.value)) {
             return false;
         }
     }
@@ -106,7 +137,7 @@ void common_thermal_algorithm::hand_result_to_targets() {
             demand.duty = duty;
         }
     }
-    if (!supports(~static_cast<std::uint32_t>(action_fan_map))) {
+    if (!supports_more_than_fans()) {
         return;
     }
     const std::uint16_t word = saturate_to_word(_result.value);
@@ -116,17 +147,15 @@ void common_thermal_algorithm::hand_result_to_targets() {
     if (is_supported_action_sensor_capping_nvme()) set_action_sensor_capping_nvme(word);
     if (is_supported_action_sensor_capping_fan()) set_action_sensor_capping_fan(word);
     if (is_supported_action_sensor_capping_power_permission()) set_action_sensor_capping_power_permission(word);
-    // Half a watt brakes, although as a whole number it is none.
+    // A result of 0.5 brakes, although as a whole number it is 0.
     if (is_supported_action_sensor_pciegen_pwrbrk()) {
         for (const auto& [key, brake] : _action_pciegen_pwrbrk) {
-            set_action_pciegen_pwrbrk(static_cast<std::uint16_t>(key >> 16), static_cast<std::uint16_t>(key),
-                                      _result.value != 0.0f);
+            enter_pciegen_pwrbrk(key, _result.value != 0.0f);
         }
     }
     if (is_supported_action_sensor_powerlimit_pci()) {
         for (const auto& [key, limit] : _action_powerlimit_pci) {
-            set_action_powerlimit_pci(static_cast<std::uint16_t>(key >> 16), static_cast<std::uint16_t>(key),
-                                      saturate_to_byte(_result.value));
+            enter_powerlimit_pci(key, saturate_to_byte(_result.value));
         }
     }
 }
@@ -157,7 +186,10 @@ std::uint8_t common_thermal_algorithm::get_action_fan_duty_by_instance(std::uint
 }
 
 void common_thermal_algorithm::set_action_pciegen_pwrbrk(std::uint16_t location, std::uint16_t slot_no, bool brake) {
-    const std::uint32_t key = slot_key(location, slot_no);
+    enter_pciegen_pwrbrk(slot_key(location, slot_no), brake);
+}
+
+void common_thermal_algorithm::enter_pciegen_pwrbrk(std::uint32_t key, bool brake) {
     _action_pciegen_pwrbrk[key] = brake;
     LOG::log(log_source, log_mask::slot_arbitration, "set_action_pciegen_pwrbrk[%02lX][%02X]\n",
              static_cast<unsigned long>(key), brake ? 1u : 0u);
@@ -174,7 +206,10 @@ bool common_thermal_algorithm::get_action_pciegen_pwrbrk_by_location_slot_no(std
 
 void common_thermal_algorithm::set_action_powerlimit_pci(std::uint16_t location, std::uint16_t slot_no,
                                                          std::uint8_t limit) {
-    const std::uint32_t key = slot_key(location, slot_no);
+    enter_powerlimit_pci(slot_key(location, slot_no), limit);
+}
+
+void common_thermal_algorithm::enter_powerlimit_pci(std::uint32_t key, std::uint8_t limit) {
     _action_powerlimit_pci[key] = limit;
     LOG::log(log_source, log_mask::slot_arbitration, "set_action_powerlimit_pci[%02lX][%02d]\n",
              static_cast<unsigned long>(key), static_cast<int>(limit));
@@ -197,12 +232,12 @@ std::string common_thermal_algorithm::op_to_string(operator_t op) {
 }
 
 void common_thermal_algorithm::parse_result_name(ini_file::std_handler* rules, const std::string& group) {
-    const std::string name = rule_group(*rules, group).text("NAME");
-    _custom_result = {create_dao_key_prefix("custom." + name, "result"), {}};
+    const char* name = rule_group(*rules, group.c_str()).text("NAME");
+    _custom_result = {joined({"custom.", name, ".result"}), {}};
 }
 
 void common_thermal_algorithm::parse_conditions(ini_file::std_handler* rules, const std::string& group) {
-    const rule_group rule(*rules, group);
+    const rule_group rule(*rules, group.c_str());
     const unsigned count = rule.count("CONDITION_COUNT");
     _conditions.reserve(count);
     for (unsigned i = 1; i <= count; ++i) {
@@ -215,7 +250,7 @@ void common_thermal_algorithm::parse_conditions(ini_file::std_handler* rules, co
 }
 
 void common_thermal_algorithm::parse_action_fan_map(ini_file::std_handler* rules, const std::string& group) {
-    const rule_group rule(*rules, group);
+    const rule_group rule(*rules, group.c_str());
     const unsigned count = rule.count("FAN_MAP_COUNT");
     _fan_demands.reserve(std::min(count, 256u));
     for (unsigned i = 1; i <= count; ++i) {
@@ -223,40 +258,14 @@ void common_thermal_algorithm::parse_action_fan_map(ini_file::std_handler* rules
     }
 }
 
-namespace {
-
-// Calls `enter` with location and slot number of each row of a rule's list of PCI slots.
-template <class Enter>
-void for_each_slot(const rule_group& rule, Enter&& enter) {
-    const unsigned count = rule.count("PCI_MAP_COUNT");
-    for (unsigned i = 1; i <= count; ++i) {
-        numbered_key key(i);
-        const auto location = static_cast<std::uint16_t>(rule.unsigned_integer(key("PCI_LOCATION")));
-        enter(location, static_cast<std::uint16_t>(rule.unsigned_integer(key("PCI_SLOT_NO"))));
-    }
-}
-
-std::string yes_or_no(bool value) { return value ? "True" : "False"; }
-
-template <class Map>
-std::string slot_lines(const Map& slots) {
-    std::string text;
-    for (const auto& [key, value] : slots) {
-        text += "\npci_" + std::to_string(key) + "=" + std::to_string(static_cast<int>(value));
-    }
-    return text;
-}
-
-}  // namespace
-
 void common_thermal_algorithm::parse_action_pciegen_pwrbrk(ini_file::std_handler* rules, const std::string& group) {
-    for_each_slot(rule_group(*rules, group), [this](std::uint16_t location, std::uint16_t slot_no) {
+    for_each_slot(rule_group(*rules, group.c_str()), [this](std::uint16_t location, std::uint16_t slot_no) {
         set_action_pciegen_pwrbrk(location, slot_no, false);
     });
 }
 
 void common_thermal_algorithm::parse_action_powerlimit_pci(ini_file::std_handler* rules, const std::string& group) {
-    for_each_slot(rule_group(*rules, group), [this](std::uint16_t location, std::uint16_t slot_no) {
+    for_each_slot(rule_group(*rules, group.c_str()), [this](std::uint16_t location, std::uint16_t slot_no) {
         set_action_powerlimit_pci(location, slot_no, no_power_limit);
     });
 }
@@ -266,7 +275,7 @@ std::string common_thermal_algorithm::get_debug_txt() const {
     std::string text = "\n\n[name.instance]\n" + get_name() + "." + instance;
     text += "\n[Result]\n" + _result.name + "." + instance + "=" + std::to_string(_result.value);
     text += "\n" + _custom_result.name + ".1=" + std::to_string(_result.value);
-    text += "\n[Assertion State]\n" + yes_or_no(_asserted_now);
+    text += std::string("\n[Assertion State]\n") + (_asserted_now ? "True" : "False");
     text += "\n[condition list]";
     for (const condition& each : _conditions) {
         text += "\n" + each.live.name() + "." + std::to_string(each.live.instance()) + " - " + op_to_string(each.op) +

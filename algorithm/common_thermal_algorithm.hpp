@@ -14,7 +14,8 @@
 
 // One rule of the rule file: conditions on store values, a result that poll() computes while they hold, and targets that
 // take the result. It never touches an actuator: it publishes the result and leaves its wishes where the manager
-// compares them. While its conditions do not hold, result and wishes stand still and claim nothing.
+// compares them. While its conditions do not hold, result and wishes stand still and claim no fan and no cap.
+// `dao` is never null.
 class THERMAL_API common_thermal_algorithm {
 public:
     using talg_type_t = common_thermal_utils::talg_type_t;
@@ -100,7 +101,9 @@ public:
         return supports(action_capping_power_permission);
     }
     bool is_supported_reassertion_deferment() const { return supports(action_reassertion_deferment); }
-    bool supports(std::uint32_t actions) const { return (_action_support & actions) != 0; }
+    bool supports(std::uint32_t action) const { return (_action_support & action) != 0; }
+    // Most rules drive fans and nothing else.
+    bool supports_more_than_fans() const { return (_action_support & ~std::uint32_t{action_fan_map}) != 0; }
 
     void set_action_fan_map(std::uint8_t instance, std::uint8_t duty);
     bool is_in_action_fan(std::uint8_t instance) const;
@@ -164,6 +167,8 @@ private:
         store_place place;
     };
 
+    void enter_pciegen_pwrbrk(std::uint32_t key, bool brake);
+    void enter_powerlimit_pci(std::uint32_t key, std::uint8_t limit);
     void hand_result_to_targets();
     void log_result() const;
 

@@ -49,26 +49,26 @@ void parse(common_thermal_algorithm& rule, ini_file::std_handler& rules, const s
 
 void common_thermal_algorithm_parser::generate_algorithm_rule(const std::string& path, algorithm_list* list,
                                                               rule_set& set) {
+    set.group = "SUMMARY";
+    set.announced = 0;
     ini_file::std_handler rules;
     if (rules.read_ini(override_path) != 0) {
         rules.read_ini(path.c_str());
     }
-    set.group = "SUMMARY";
-    set.announced = 0;
-    set.announced = rule_group(rules, set.group).integer("ALGORITHM_COUNT");
+    set.announced = rule_group(rules, set.group.c_str()).integer("ALGORITHM_COUNT");
     list->free_all_thermal_algorithm_list();
     set.rules.clear();
     // A number without a group would only be skipped, so the groups that are there decide, however high the count is.
     for (const int number : rules.numbered_groups(rule_suffix, set.announced)) {
         set.group = std::to_string(number).append(rule_suffix);
-        const algorithm_factory factory = factory_of(rule_group(rules, set.group).text("TYPE"));
+        const algorithm_factory factory = factory_of(rule_group(rules, set.group.c_str()).text("TYPE"));
         if (factory == nullptr) {
             continue;
         }
         auto rule = factory(static_cast<int>(list->get_thermal_algorithm_size() + 1));
         parse(*rule, rules, set.group);
-        list->add_thermal_algorithm(static_cast<unsigned>(number), rule.get());
         set.rules.push_back(std::move(rule));
+        list->add_thermal_algorithm(static_cast<unsigned>(number), set.rules.back().get());
     }
     list->add_thermal_algorithm_done();
 }

@@ -1,8 +1,10 @@
 #pragma once
 
-#include <map>
+#include <algorithm>
 #include <string>
+#include <utility>
 #include <variant>
+#include <vector>
 
 #include "algorithm/rule_group.hpp"
 #include "store/common_thermal_dao.hpp"
@@ -21,15 +23,27 @@ struct parameter {
 template <class Record>
 class parameter_records {
 public:
+    struct numbered_record {
+        unsigned number;
+        Record record;
+    };
+
     void set_size(unsigned count) {
         _records.clear();
+        _records.reserve(count);
         for (unsigned number = 1; number <= count; ++number) {
-            at(number);
+            _records.push_back({number, {}});
         }
     }
 
     // A record that is not there is made.
-    Record& at(unsigned number) { return _records[number]; }
+    Record& at(unsigned number) {
+        const auto place = std::ranges::lower_bound(_records, number, {}, &numbered_record::number);
+        if (place != _records.end() && place->number == number) {
+            return place->record;
+        }
+        return _records.insert(place, {number, {}})->record;
+    }
 
     auto begin() { return _records.begin(); }
     auto end() { return _records.end(); }
@@ -41,9 +55,10 @@ public:
         set_size(count);
         for (unsigned number = 1; number <= count; ++number) {
             numbered_key key(number);
+            Record& record = at(number);
             for (const parameter<Record>& field : table) {
                 if (field.key != nullptr) {
-                    read(rule, key, field, at(number));
+                    read(rule, key, field, record);
                 }
             }
         }
@@ -75,5 +90,5 @@ private:
         return value.name() + "." + std::to_string(value.instance());
     }
 
-    std::map<unsigned, Record> _records;
+    std::vector<numbered_record> _records;  // ascending
 };

@@ -1,25 +1,64 @@
 #include "algorithm/rule_group.hpp"
 
+#include <limits>
+#include <optional>
+#include <stdexcept>
+
 #include "foundation/log_masks.hpp"
 
-int rule_group::integer(const char* key) const { return std::stoi(_rules.get_value(_name.c_str(), key, "0")); }
+namespace {
 
-unsigned long rule_group::unsigned_integer(const char* key) const {
-    return std::stoul(_rules.get_value(_name.c_str(), key, "0"));
+constexpr const char* missing_number = "0";
+
+// Most numbers of a rule file are a few plain digits, exact in every type here.
+std::optional<int> plain_number(const char* text) {
+    constexpr int most_digits = 7;
+    int number = 0;
+    for (int digits = 0; digits < most_digits; ++digits, ++text) {
+        if (*text == '\0' && digits > 0) {
+            return number;
+        }
+        if (*text < '0' || *text > '9') {
+            break;
+        }
+        number = 10 * number + (*text - '0');
+    }
+    return {};
 }
 
-float rule_group::number(const char* key) const { return std::stof(_rules.get_value(_name.c_str(), key, "0")); }
+}  // namespace
 
-unsigned rule_group::count(const char* key) const {
+int rule_group::integer(std::string_view key) const {
+    const char* text = _rules.get_value(_group, key, missing_number);
+    const std::optional<int> plain = plain_number(text);
+    return plain ? *plain : std::stoi(text);
+}
+
+std::uint32_t rule_group::unsigned_integer(std::string_view key) const {
+    const auto wide = static_cast<std::uint64_t>(std::stoul(_rules.get_value(_group, key, missing_number)));
+    const std::uint64_t magnitude = static_cast<std::int64_t>(wide) < 0 ? 0 - wide : wide;
+    if (magnitude > std::numeric_limits<std::uint32_t>::max()) {
+        throw std::out_of_range("stoul");
+    }
+    return static_cast<std::uint32_t>(wide);
+}
+
+float rule_group::number(std::string_view key) const {
+    const char* text = _rules.get_value(_group, key, missing_number);
+    const std::optional<int> plain = plain_number(text);
+    return plain ? static_cast<float>(*plain) : std::stof(text);
+}
+
+unsigned rule_group::count(std::string_view key) const {
     const int wanted = integer(key);
     if (wanted < 1) {
         return 0;
     }
-    const unsigned most = _rules.entry_count(_name.c_str()) + 1;
+    const unsigned most = _rules.most_rows(_group) + 1;
     if (static_cast<unsigned>(wanted) <= most) {
         return static_cast<unsigned>(wanted);
     }
-    LOG::warn(log_source, log_mask::life_cycle, "rule group [%s]: %s=%d cut to %u, the group has no more lines\n",
-              _name.c_str(), key, wanted, most);
+    LOG::warn(log_source, log_mask::life_cycle, "rule group [%s]: %s=%d cut to %u, the group has no more rows\n", _name,
+              std::string(key).c_str(), wanted, most);
     return most;
 }

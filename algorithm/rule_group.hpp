@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -19,17 +20,16 @@ public:
     numbered_key& operator=(const numbered_key&) = delete;
 
     // Valid until the next call.
-    const char* operator()(std::string_view word, std::string_view suffix = {}) {
+    std::string_view operator()(std::string_view word, std::string_view suffix = {}) {
         char* end = _word + word.copy(_word, word_room);
         end += suffix.copy(end, word_room - static_cast<std::size_t>(end - _word));
-        *end = '\0';
-        return _text.data();
+        return {_text.data(), static_cast<std::size_t>(end - _text.data())};
     }
 
 private:
     static constexpr std::size_t longest_number = 10;
     static constexpr std::size_t word_room = 52;
-    std::array<char, longest_number + 1 + word_room + 1> _text;
+    std::array<char, longest_number + 1 + word_room> _text;
     char* _word;
 };
 
@@ -37,18 +37,22 @@ private:
 // std::invalid_argument, what does not fit std::out_of_range, and a missing key gives its default.
 class THERMAL_API rule_group {
 public:
-    rule_group(const ini_file::std_handler& rules, const std::string& name) : _rules(rules), _name(name) {}
+    // Both are borrowed.
+    rule_group(const ini_file::std_handler& rules, const char* name)
+        : _rules(rules), _name(name), _group(rules.find_group(name)) {}
 
-    const char* text(const char* key) const { return _rules.get_value(_name.c_str(), key, ""); }
-    int integer(const char* key) const;
-    unsigned long unsigned_integer(const char* key) const;
-    float number(const char* key) const;
+    const char* text(std::string_view key) const { return _rules.get_value(_group, key, ""); }
+    int integer(std::string_view key) const;
+    // 32 bits on every machine; a sign wraps.
+    std::uint32_t unsigned_integer(std::string_view key) const;
+    float number(std::string_view key) const;
 
-    // The rows of a list: 0 for a count below 1. Rows need lines, so a count beyond the lines of the group is cut to
-    // one row more than it has lines, which is a row that nobody wrote, and leaves a warning.
-    unsigned count(const char* key) const;
+    // The rows of a list: 0 for a count below 1. A count beyond what the group can hold is cut to one row more, which
+    // is a row that nobody wrote as the rest would be, and leaves a warning.
+    unsigned count(std::string_view key) const;
 
 private:
     const ini_file::std_handler& _rules;
-    const std::string& _name;
+    const char* _name;
+    int _group;
 };

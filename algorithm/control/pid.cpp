@@ -24,7 +24,7 @@ pid_regulator::pid_regulator(const char* name, int instance, pid_band_policy pol
     : common_thermal_algorithm(name, instance, common_thermal_utils::talg_pid, action_fan_map), _policy(policy) {}
 
 void pid_regulator::parse_parameters(ini_file::std_handler* rules, const std::string& group) {
-    _records.parse(rule_group(*rules, group), table);
+    _records.parse(rule_group(*rules, group.c_str()), table);
 }
 
 void pid_regulator::parse_action(ini_file::std_handler* rules, const std::string& group) {

@@ -5,7 +5,8 @@
 #include "algorithm/parameter_table.hpp"
 
 // Fan regulators: the duty moves from the present output y by the error of a controlled value x against a band. The
-// last record alone makes the result. A lost x or y gives a result of 0.0, which is a claim, and keeps the history.
+// last record alone makes the result. A lost x or y keeps the record's history; in the last record it gives a result of
+// 0.0, which is a claim.
 class THERMAL_API pid_regulator : public common_thermal_algorithm {
 public:
     // Frees all records and makes `count` new ones.

@@ -38,22 +38,16 @@ constexpr float pid_step(const pid_setting& setting, pid_band_policy policy, flo
     const float e = pid_error(x, setting.target_high, setting.target_low);
     const float e1 = history.error1;
     const float e2 = history.error2;
-    const bool in_band = e == 0.0f;
-    if (in_band && policy != pid_band_policy::run_on) {
+    if (e == 0.0f && policy != pid_band_policy::run_on) {
         history = {};
-    } else {
-        history = {e, e1, e2};
-    }
-    if (policy == pid_band_policy::hold) {
-        if (in_band) {
-            r_hold = r_hold == 0.0f ? y : r_hold;
-            return r_hold;
+        if (policy == pid_band_policy::clear) {
+            return y > setting.r_max ? setting.r_max : y;
         }
-        r_hold = 0.0f;
+        r_hold = r_hold == 0.0f ? y : r_hold;
+        return r_hold;
     }
-    float r = y;
-    if (!in_band || policy == pid_band_policy::run_on) {
-        r = y + (e - e1) * setting.kp + e * setting.ki + ((e - 2.0f * e1) + e2) * setting.kd;
-    }
+    history = {e, e1, e2};
+    r_hold = 0.0f;
+    const float r = y + (e - e1) * setting.kp + e * setting.ki + ((e - 2.0f * e1) + e2) * setting.kd;
     return r > setting.r_max ? setting.r_max : r;
 }
