@@ -5,61 +5,72 @@
 // Devices that turn one port into one value. Each class is a row of a table in port_sensors.cpp: key word, port, gate,
 // conversion, and what no reading gives.
 
-// Whether a component is there: 1.0 or 0.0. Absent while its gate is closed, its port unbound or its read failing.
-class THERMAL_API presence_sensor : public common_thermal_device {
+class THERMAL_API port_sensor : public common_thermal_device {
 public:
-    struct row;
-
     // By number, or by the key of a line of another process.
     void set_port_input(unsigned port) { _port.bind(port); }
     void set_port_input(const std::string& key) { _port.bind(key); }
+    std::string debug() override { return _values.debug_text(); }
+
+protected:
+    struct identity {
+        const char* name;  // of the class, behind "common_thermal_device_"
+        tdev_type_t type;
+        const char* word;
+        device_port::kind port_kind;
+        const char* port_name;
+    };
+
+    port_sensor(const identity& sensor, int instance);
+
+    published_values _values;
+    device_port _port;
+
+private:
+    port_sensor(const std::string& class_name, const identity& sensor, int instance);
+};
+
+// Whether a component is there: 1.0 or 0.0. Absent while its gate is closed, its port unbound or its read failing.
+class THERMAL_API presence_sensor : public port_sensor {
+public:
+    struct row;
 
     bool is_presence() const { return _values[0] > 0.0f; }
     void poll(common_thermal_dao* dao, unsigned long now) override;
-    std::string debug() override { return _values.debug_text(); }
 
 protected:
     presence_sensor(const row& kind, int instance);
 
 private:
+    bool read_presence();
+
     const row& _row;
-    published_values _values;
-    device_port _port;
 };
 
 // A temperature in degrees Celsius from an integer port, read while the component is present; 0.0 without a reading.
-class THERMAL_API integer_temperature_sensor : public common_thermal_device {
+class THERMAL_API integer_temperature_sensor : public port_sensor {
 public:
     struct row;
 
-    void set_port_input(unsigned port) { _port.bind(port); }
-    void set_port_input(const std::string& key) { _port.bind(key); }
-
     void poll(common_thermal_dao* dao, unsigned long now) override;
-    std::string debug() override { return _values.debug_text(); }
 
 protected:
     integer_temperature_sensor(const row& kind, int instance);
 
 private:
     const row& _row;
-    published_values _values;
-    device_port _port;
 };
 
 // A voltage regulator's temperature in degrees Celsius from a record of the FPGA, read while the FPGA has sensor
 // records. A record marked invalid gives 255.0.
-class THERMAL_API regulator_temperature_sensor : public common_thermal_device {
+class THERMAL_API regulator_temperature_sensor : public port_sensor {
 public:
     struct row;
 
-    void set_port_input(unsigned port) { _port.bind(port); }
-    void set_port_input(const std::string& key) { _port.bind(key); }
     // Start of the record in the 16-byte block, 0 to 9; any other offset makes every record invalid.
     void set_adi_offset(int offset) { _adi_offset = static_cast<std::uint32_t>(offset); }
 
     void poll(common_thermal_dao* dao, unsigned long now) override;
-    std::string debug() override { return _values.debug_text(); }
 
 protected:
     regulator_temperature_sensor(const row& kind, int instance);
@@ -67,8 +78,6 @@ protected:
 private:
     const row& _row;
     std::uint32_t _adi_offset = 0;
-    published_values _values;
-    device_port _port;
 };
 
 #define THERMAL_PORT_SENSOR(base, name)    \

@@ -9,11 +9,8 @@ published_values::published_values(const std::string& class_name, int instance,
 }
 
 void published_values::publish(common_thermal_dao* dao, common_thermal_dao::dev_data_spike_t spike) {
-    if (dao == nullptr) {
-        return;
-    }
-    for (common_thermal_dao::dev_data_t& data : _values) {
-        dao->update_dev(&data, spike, false);
+    if (dao != nullptr) {
+        dao->update_dev(_values, spike);
     }
 }
 

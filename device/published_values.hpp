@@ -13,7 +13,7 @@
 class THERMAL_API published_values {
 public:
     struct start_value {
-        const char* word;
+        const char* word = nullptr;
         float value = 0.0f;
     };
 
