@@ -1,0 +1,175 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "algorithm/common_thermal_algorithm_parser.hpp"
+#include "device/common_thermal_device.hpp"
+#include "foundation/common_thermal_utils.hpp"
+#include "foundation/export.hpp"
+#include "foundation/interned_name.hpp"
+#include "orchestration/common_thermal_manager_sm.hpp"
+#include "orchestration/common_thermal_scheduler.hpp"
+#include "platform/devices.hpp"
+#include "store/common_thermal_dao.hpp"
+
+class common_thermal_device_fan;
+
+// Owns time. A one-shot timer fires; the manager polls the slot that the scheduler picks and arms the timer again by the
+// slot's idle time; after slot 31 it applies what the rules of the cycle asked for and forgets it. Firmware events only
+// set boot stages. One manager a process, used on the thermal thread only.
+//
+// Board code sets _scheduler and _dao, constructs the manager, names the rule file, adds its devices, ends with
+// add_thermal_device_done(); the firmware then calls initialize(). The scheduler's rules go with the manager.
+class THERMAL_API common_thermal_manager : public logical_device {
+public:
+    using status_stage_t = common_thermal_utils::status_stage_t;
+    using index_list = common_thermal_scheduler::index_list;
+
+    // Signals that more than one place speaks of.
+    static constexpr bmc_signal timer_signal = 176;
+    static constexpr bmc_signal overloaded_signal = 87;  // carries the number of a named signal in data_word
+
+    // Borrowed; null means nothing to poll, nothing to publish.
+    static common_thermal_scheduler* _scheduler;
+    static common_thermal_dao* _dao;
+
+    common_thermal_manager();
+    ~common_thermal_manager() override;
+
+    void set_algorithm_parse_file(const std::string& path) { _algorithm_parse_file = path; }
+    void add_thermal_device(common_thermal_device* device);
+    void add_thermal_device_done();
+    // The bit through which this controller votes for the host to have power.
+    void set_power_permission_voter(unsigned port);
+
+    // Subscribes to the firmware's events and runs the first tick. Always 1.
+    int initialize(controller* owner) override;
+
+    void set_stage(status_stage_t stage, bool value);
+    // True if every event status device has the stage; true without one.
+    bool get_stage(status_stage_t stage) const;
+    // 1, or 0 for a key that is not in the store. `value` may be null.
+    static int get_thermal_dao_reading(const std::string& name, int instance, float* value);
+    void set_uefi_event(std::uint16_t signal, std::uint8_t op_mode, std::uint8_t extra);
+
+    // Events, from the state machine.
+    void persistent_settings_available();
+    void timer_expired();
+    bool is_timer_signal(QSignal signal) const;
+
+    // The rule file is read again at the end of a cycle.
+    void ipmicmd_load_algorithm() { _algorithm_loaded = false; }
+
+    // One tick.
+    void poll_thermal_device_and_algorithm();
+    void poll_thermal_device(unsigned long now);
+    void poll_thermal_algorithm(unsigned long now);
+    void load_algorithm_rule(unsigned long now);
+
+    // Arbitration: the wish of a rule against the best one of this cycle so far.
+    void compare_algorithm_fan(common_thermal_algorithm* rule, const index_list& fans);
+    void compare_algorithm_capping_cpu(common_thermal_algorithm* rule);
+    void compare_algorithm_capping_dimm(common_thermal_algorithm* rule);
+    void compare_algorithm_capping_system(common_thermal_algorithm* rule);
+    void compare_algorithm_capping_nvme(common_thermal_algorithm* rule);
+    void compare_algorithm_capping_fan(common_thermal_algorithm* rule);
+    void compare_algorithm_capping_power_permission(common_thermal_algorithm* rule);
+    bool replaced_algorithm_fan(unsigned fan, std::uint8_t duty) const;
+    bool replaced_algorithm_capping(unsigned kind, std::uint16_t value) const;
+
+    // End of a cycle: the winners go out, the tables start anew.
+    void reset_thermal_algorithm_status(unsigned long now);
+    void apply_fan_pwm_value(unsigned long now, const index_list& fans);
+    static bool compare_psu_pwm(const common_thermal_device_fan* fan, std::uint8_t value);
+    void write_pwm_to_psu(std::uint8_t value);
+    void apply_capping_value(unsigned long now);
+    void handle_power_permission(bool enable);
+    void clear_fan_pwm_value(const index_list& fans);
+    void clear_capping_value();
+
+    // The winner of a fan in this cycle; duty in percent. The rest is of an earlier cycle while it is not claimed.
+    struct fan_alg_t {
+        unsigned fan;
+        bool claimed = false;
+        interned_name name{};
+        std::uint32_t instance = 0;
+        std::uint8_t value = 0;
+    };
+    // Null if the fan does not exist; look at `claimed`, which the end of a cycle clears.
+    const fan_alg_t* fan_winner(unsigned fan) const;
+
+    enum capping_kind : unsigned {
+        capping_cpu,
+        capping_dimm,
+        capping_system,
+        capping_nvme,
+        capping_dimm_percentage,
+        capping_fan_maximum,
+        capping_power_permission,
+        capping_kinds,
+    };
+    // The lowest request of this cycle and the value that went out last; 65535 is no cap.
+    struct cap_alg_t {
+        interned_name name{"NA"};
+        std::uint32_t instance = 0;
+        std::uint16_t value = 65535;
+        std::uint16_t value_applied = 65535;
+    };
+    const cap_alg_t& cap_winner(capping_kind kind) const { return _cap_alg[kind]; }
+
+private:
+    // A fan device with its row.
+    struct fan_target {
+        common_thermal_device_fan* fan;
+        fan_alg_t* row;
+        fan_target* next;  // of the same low 8 bits of the instance, as rules name fans
+    };
+
+    void reserve_timer(controller* owner);
+    void start(unsigned long now);
+    unsigned run_slot(unsigned long now);
+    void end_cycle(unsigned long now);
+    void serve_one_request(unsigned long now);
+    void arm_timer(unsigned ticks);
+
+    void poll_rule(common_thermal_algorithm& rule, unsigned long index, unsigned long now);
+    void compare_asserted_rule(common_thermal_algorithm& rule);
+    void add_fan_row(unsigned instance);
+    void know_fans(const index_list& fans);
+    void claim_fans(const common_thermal_algorithm& rule);
+    void claim_fan(fan_target& target, const common_thermal_algorithm& rule, std::uint8_t duty);
+    void claim_manually(fan_target& target);
+    void compare_capping(capping_kind kind, const common_thermal_algorithm& rule, std::uint16_t value);
+    void act_on_capping(capping_kind kind, std::uint16_t value);
+    void send_capping_request(capping_kind kind, std::uint16_t value);
+
+    std::unique_ptr<common_thermal_manager_sm> _fsm;
+    std::unique_ptr<QTimeEvt> _timer;
+    QSignal _timer_signal = timer_signal;
+    bool _polling_started = false;
+    bool _first_tick_done = false;
+    std::string _algorithm_parse_file;
+    bool _algorithm_loaded = false;
+    rule_set _rules;
+
+    std::uint8_t _uefi_perf_sig = 0;
+    std::uint8_t _cff2_fan_speed_ctrl_sig = 0;
+    std::uint8_t _cpu_intel = 0;  // processor agents of each family
+    std::uint8_t _cpu_amd = 0;
+
+    common_thermal_scheduler* _known_scheduler = nullptr;
+    index_list _known_fans;
+    std::vector<fan_alg_t> _fan_alg;       // one row for each fan instance, ascending
+    std::vector<fan_target> _fan_targets;  // in list order
+    std::array<fan_target*, 256> _targets_by_byte{};
+    std::optional<bool> _scale_manual_speed;  // unknown until this tick meets a manual fan
+    std::array<cap_alg_t, capping_kinds> _cap_alg{};
+
+    common_thermal_dao::dev_data_t _fan_maximum;
+    common_thermal_utils _port_power_permission;
+};
