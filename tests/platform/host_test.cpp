@@ -1,0 +1,365 @@
+#include "platform/host/host.hpp"
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "bench/allocation_counter.hpp"
+#include "platform/clock.hpp"
+#include "platform/devices.hpp"
+#include "platform/enclosure.hpp"
+#include "platform/host_settings.hpp"
+#include "platform/inventory.hpp"
+#include "platform/log.hpp"
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+namespace files = std::filesystem;
+
+class host : public testing::Test {
+public:
+    host() : _directory(files::temp_directory_path() / ("thermal_host_test." + std::to_string(::getpid()))) {
+        files::create_directories(_directory);
+        quiet(_host);
+    }
+    ~host() override { files::remove_all(_directory); }
+
+protected:
+    static void quiet(thermal_host::platform& platform) {
+        platform.log.set_file(nullptr);
+        platform.log.captured().set_capacity(16);
+    }
+    std::string file(const std::string& name) const { return _directory / name; }
+    std::string write_file(const std::string& name, const std::string& content) const {
+        std::ofstream(file(name)) << content;
+        return file(name);
+    }
+    static std::string read_file(const std::string& path) {
+        std::ostringstream content;
+        content << std::ifstream(path).rdbuf();
+        return content.str();
+    }
+
+    files::path _directory;
+    thermal_host::platform _host{{.virtual_time = true}};
+};
+
+TEST_F(host, virtual_time_moves_from_one_due_time_to_the_next_and_equal_times_keep_their_order) {
+    std::vector<std::string> order;
+    const auto note = [&](const char* name) {
+        return [this, &order, name] { order.push_back(name + std::to_string(_host.clock.now() / 1ms)); };
+    };
+    _host.loop.at(30ms, note("once "));
+    const unsigned heat = _host.loop.call_every(20ms, note("heat "));
+    _host.loop.call_every(40ms, [&] { _host.loop.cancel(heat); });
+    _host.loop.at(20ms, note("second "));
+    EXPECT_TRUE(_host.loop.step());
+    EXPECT_THAT(order, ElementsAre("heat 20", "second 20"));
+    EXPECT_TRUE(_host.loop.run_until(1h));
+    EXPECT_EQ(_host.clock.now(), 1h);
+    EXPECT_THAT(order, ElementsAre("heat 20", "second 20", "once 30", "heat 40"));
+}
+
+TEST_F(host, clocks_can_be_set_back_and_made_to_fail) {
+    std::uint64_t seconds = 5;
+    const std::int64_t wall = platform_clock::wall_nanoseconds();
+    _host.clock.set_wall_nanoseconds(wall - 3'600'000'000'000);
+    _host.clock.fail_monotonic(1);
+    EXPECT_FALSE(platform_clock::monotonic_seconds(seconds));
+    EXPECT_EQ(seconds, 5u);
+    EXPECT_TRUE(platform_clock::monotonic_seconds(seconds));
+    _host.loop.run_for(10s);
+    EXPECT_EQ(platform_clock::wall_nanoseconds(), wall - 3'590'000'000'000);
+}
+
+TEST_F(host, a_steady_loop_with_events_ports_properties_and_a_silent_log_allocates_nothing) {
+    logical_device device(nullptr, "device", "device", true);
+    cio_integer_port keyed(device, "");
+    integer_port integer("integer.1");
+    keyed.assign("A_KEY_THAT_IS_LONGER_THAN_A_SHORT_STRING");
+    integer.assign(1);
+    _host.ports.add_number(1);
+    _host.ports.add_number(keyed.key(), 1);
+    _host.loop.recorded_events().set_capacity(4);
+    _host.loop.set_handler(power_capping_controller, [](const QEvent&) {});
+    _host.loop.thermal().register_bmc_event(176, &device, true);
+    bmc_property::create("/ac/a/property/that/is/long/enough", std::uint8_t{0}, property_flags);
+    QTimeEvt timer(176);
+    timer.interval = 1;
+    timer.arm_(&_host.loop.thermal(), 1);
+    std::uint8_t round = 0;
+    _host.loop.call_every(10ms, [&] {
+        std::uint32_t value = 0;
+        int status = 0;
+        keyed.read(&value);
+        integer.accessor()->write(++round, status);
+        DM::get_property("/ac/a/property/that/is/long/enough")->set(round, property_flags, property_notify);
+        EM::postFIFO(power_capping_controller, QF::new_(20, 191));
+        LOG::log(2, 0x10000, "round %d of %s\n", round, keyed.key().c_str());
+    });
+    _host.loop.run_for(1s);
+    const allocation_counter counter;
+    _host.loop.run_for(10s);
+    EXPECT_EQ(counter.calls(), 0u);
+    EXPECT_EQ(_host.loop.recorded_events().total(), 1100u);
+}
+
+TEST_F(host, events_that_do_not_fit_are_dropped_and_counted_and_strays_refused) {
+    EXPECT_EQ(QF::new_(33, 1), nullptr);
+    EXPECT_EQ(QF::new_(3, 1), nullptr);
+    thermal_host::platform small({.virtual_time = true, .event_pool = 3, .event_queue = 2});
+    quiet(small);
+    small.loop.recorded_events().set_capacity(8);
+    for (int i = 0; i < 3; ++i) {
+        EM::postFIFO(storage_controller, QF::new_(20, 317));
+    }
+    EXPECT_EQ(small.loop.overflows(), 1u);
+    EXPECT_EQ(small.loop.free_events(), 1u);
+    bmc_event stray;
+    QF::publish_(&stray, "stray");
+    QEvent* twice = QF::new_(20, 317);
+    small.loop.run_pending();
+    QF::publish_(twice, "sender");
+    small.loop.run_pending();
+    QF::publish_(twice, "sender");
+    QF::publish_(nullptr, nullptr);
+    EXPECT_EQ(small.loop.free_events(), 3u);
+    const auto events = small.loop.recorded_events().entries();
+    ASSERT_EQ(events.size(), 4u);
+    EXPECT_EQ(events[0].receiver, storage_controller);
+    EXPECT_EQ(events[3].receiver, thermal_host::recorded_event::published);
+    EXPECT_STREQ(events[3].sender, "sender");
+}
+
+TEST_F(host, real_time_sleeps_wakes_for_other_threads_and_stops_on_a_signal) {
+    static thermal_host::event_loop* loop = nullptr;
+    thermal_host::platform real;
+    quiet(real);
+    loop = &real.loop;
+    std::signal(SIGUSR1, [](int) { loop->stop(); });
+    const std::thread::id loop_thread = std::this_thread::get_id();
+    std::thread::id handler_thread;
+    IPMI::register_command({7, 0x3A, 0}, [&](ipmi_message&) -> std::uint8_t {
+        handler_thread = std::this_thread::get_id();
+        throw std::runtime_error("a handler's fault");
+    });
+    std::uint8_t code = 0;
+    std::thread client([&] {
+        code = real.ipmi.request({7, 0x3A, 0}, {}).get().completion_code;
+        std::this_thread::sleep_for(50ms);
+        std::raise(SIGUSR1);
+    });
+    const std::clock_t cpu_before = std::clock();
+    real.loop.run();
+    client.join();
+    std::signal(SIGUSR1, SIG_DFL);
+    loop = nullptr;
+    EXPECT_LT(std::clock() - cpu_before, CLOCKS_PER_SEC / 25);
+    EXPECT_EQ(code, thermal_host::ipmi_unspecified_error);
+    EXPECT_EQ(handler_thread, loop_thread);
+    const auto start = real.clock.now();
+    EXPECT_TRUE(real.loop.run_for(20ms));
+    EXPECT_GE(real.clock.now() - start, 20ms);
+}
+
+TEST_F(host, a_hwmon_tree_is_read_and_written_in_the_units_of_the_ports) {
+    int status = 61;
+    integer_port temperature("temperature.1");
+    integer_port duty("duty.1");
+    temperature.assign(1);
+    duty.assign(2);
+    const std::string input = write_file("temp1_input", "45678\n");
+    _host.ports.add_file(1, input, {1000, 1});
+    _host.ports.add_file(2, write_file("pwm1", "255\n"), {255, 100});
+    EXPECT_EQ(temperature.accessor()->read(status), 46u);
+    EXPECT_EQ(duty.accessor()->read(status), 100u);
+    duty.accessor()->write(50, status);
+    EXPECT_EQ(status, port_status_success);
+    EXPECT_EQ(read_file(file("pwm1")), "128\n");
+    write_file("temp1_input", "-5000\n");
+    EXPECT_EQ(temperature.accessor()->read(status), 0u);
+    EXPECT_EQ(status, port_status_success);
+    for (const char* garbage : {"", "\n", "12 34\n", "0x20\n", "99999999999999\n", "18446744073709551616\n"}) {
+        write_file("temp1_input", garbage);
+        temperature.accessor()->read(status);
+        EXPECT_NE(status, port_status_success) << garbage;
+    }
+    files::remove(input);
+    temperature.accessor()->read(status);
+    EXPECT_NE(status, port_status_success);
+    temperature.accessor()->write(1, status);
+    EXPECT_NE(status, port_status_success);
+    EXPECT_FALSE(files::exists(input));
+}
+
+TEST_F(host, lines_fail_as_scripted_count_accesses_and_blocks_have_positions_of_their_own_size) {
+    std::uint32_t value = 0;
+    logical_device device(nullptr, "device", "device", true);
+    cio_integer_port port(device, "");
+    port.assign("LINE");
+    auto& line = _host.ports.add_number("LINE", 5);
+    line.fail_reads(2);
+    EXPECT_NE(port.read(&value), 0);
+    EXPECT_EQ(port.write(6), 0);
+    EXPECT_NE(port.read(&value), 0);
+    EXPECT_EQ(port.read(&value), 0);
+    EXPECT_EQ(value, 6u);
+    EXPECT_EQ(line.reads(), 3u);
+    EXPECT_EQ(line.writes(), 1u);
+
+    std::uint8_t half[64] = {9};
+    std::uint8_t answer[2] = {};
+    cio_block_port fan(device, "");
+    fan.assign("FAN");
+    EXPECT_FALSE(port.key() == fan.key() || fan.is_bound());
+    auto& block = _host.ports.add_block("FAN", std::vector<std::uint8_t>(128), 16);
+    fan.seek(4);
+    EXPECT_EQ(fan.write(half, sizeof(half)), 0);
+    EXPECT_EQ(block.bytes()[64], 9);
+    EXPECT_NE(fan.write_read(half, 1, answer, 2, false, 0), 0);
+    block.set_script([](const std::uint8_t* out, std::uint32_t, std::uint8_t* in, std::uint32_t, int&) {
+        in[0] = static_cast<std::uint8_t>(out[0] + 1);
+        return 1u;
+    });
+    EXPECT_EQ(fan.write_read(half, 1, answer, 2, false, 0), 0);
+    EXPECT_EQ(answer[0], 10);
+    port.assign("FAN");
+    EXPECT_FALSE(port.is_bound()) << "an integer port has no use for a block";
+}
+
+TEST_F(host, ports_outlive_the_host_that_served_them) {
+    integer_port port("port.1");
+    port.assign(1);
+    QTimeEvt timer(176);
+    int status = 61;
+    for (std::uint32_t round = 0; round < 2; ++round) {
+        {
+            thermal_host::platform next({.virtual_time = true});
+            next.ports.add_number(1, round);
+            EXPECT_EQ(port.accessor()->read(status), round);
+        }
+        EXPECT_EQ(port.accessor(), nullptr);
+        timer.arm_(nullptr, 1);
+        EXPECT_EQ(QF::new_(20, 1), nullptr);
+        EXPECT_EQ(DM::get_property("/ac/any"), nullptr);
+        EXPECT_NE(kpl_logical_device::set_cooling_value(1), 0);
+        LOG::err(2, "to nobody\n");
+    }
+}
+
+TEST_F(host, properties_survive_a_restart_and_broken_lines_are_reported_and_kept) {
+    const std::string path = write_file("properties",
+                                        "/ac/kept word 4660\n/ac/no_width 5\n/ac/wide byte 256\n"
+                                        "/ac/kept word 1\n\n/ac/signed dword -1\n");
+    {
+        thermal_host::platform first({.virtual_time = true});
+        quiet(first);
+        first.open_properties(path);
+        std::string report;
+        for (const auto& line : first.log.captured().entries()) {
+            report += line.text;
+        }
+        for (const char* place : {":2: ", ":3: ", ":4: ", ":6: "}) {
+            EXPECT_THAT(report, HasSubstr(path + place));
+        }
+        EXPECT_EQ(DM::get_property("/ac/kept")->get_word(), 0x1234);
+        EXPECT_EQ(DM::get_property("/ac/wide"), nullptr);
+        EXPECT_FALSE(bmc_property::create("/ac/two words", std::uint8_t{1}, property_flags));
+        EXPECT_TRUE(bmc_property::create("/ac/new", std::uint8_t{1}, property_flags));
+        EXPECT_FALSE(DM::get_property("/ac/new")->set(std::uint16_t{256}, property_flags, property_notify));
+        EXPECT_THAT(read_file(path), testing::Not(HasSubstr("/ac/new")));
+        first.loop.run_for(5s);
+        EXPECT_THAT(read_file(path), HasSubstr("/ac/new byte 1\n"));
+        files::remove(path);
+        DM::get_property("/ac/new")->set(std::uint8_t{1}, property_flags, property_notify);
+        first.loop.run_for(60s);
+        EXPECT_FALSE(files::exists(path)) << "an equal value was written";
+        DM::get_property("/ac/new")->set(std::uint8_t{2}, property_flags, property_notify);
+    }
+    EXPECT_EQ(read_file(path),
+              "/ac/kept word 4660\n/ac/new byte 2\n"
+              "/ac/no_width 5\n/ac/wide byte 256\n/ac/kept word 1\n/ac/signed dword -1\n");
+    thermal_host::property_store again;
+    again.open(path);
+    EXPECT_EQ(again.find("/ac/new")->get_byte(), 2);
+}
+
+TEST_F(host, the_log_obeys_its_mask_stamps_lines_and_captures_them_as_written) {
+    char* text = nullptr;
+    std::size_t size = 0;
+    std::FILE* out = ::open_memstream(&text, &size);
+    _host.log.set_file(out);
+    _host.log.set_mask(0x12);
+    EXPECT_TRUE(LOG::is_enabled(2));
+    EXPECT_FALSE(LOG::is_enabled(4));
+    LOG::log(2, 4, "never %d\n", 1);
+    LOG::log(2, 2, "fan %d\n\n", 3);
+    _host.loop.run_for(61'001ms);
+    LOG::warn(2, 16, "no break");
+    LOG::err(16, "%s", std::string(5000, 'x').c_str());
+    std::fclose(out);
+    EXPECT_THAT(text, testing::StartsWith("2026-01-01T00:00:00.000 L 2 fan 3\n2026-01-01T00:01:01.001 W 2 no break\n"));
+    std::free(text);
+    const auto lines = _host.log.captured().entries();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0].text, "fan 3\n\n");
+    EXPECT_EQ(lines[2].source, 16);
+    EXPECT_EQ(lines[2].text.size(), thermal_host::log_writer::max_text - 1);
+}
+
+TEST_F(host, settings_inventory_and_enclosure_answer_as_they_were_set_up) {
+    hvt_attribute_request request{0, 1, "Power.Mode", "none", {}};
+    _host.settings.attributes["Power.Mode"] = std::string(400, '1');
+    EXPECT_EQ(hvt_get_bios_attribute_value(&request, 1, 0), 0);
+    EXPECT_EQ(std::string(request.value).size(), sizeof(request.value) - 1);
+    _host.settings.status = hvt_status_not_ready;
+    EXPECT_NE(hvt_get_bios_attribute_value(&request, 1, 0), 0);
+    EXPECT_EQ(request.status, hvt_status_not_ready);
+
+    _host.inventory.adapters = {{10, {{100, {0x1000, 2, 0x20000, 4, 5, 6, 1}}}}, {11, {}}};
+    vektdb_pci_adapter_list adapters{};
+    vektdb_pci_funkey_list keys{};
+    _VEKTDB_PCIGenericInfo info{};
+    ASSERT_EQ(vektdb_get_pci_adapter_list(&adapters), 0);
+    ASSERT_EQ(adapters.count, 2u);
+    ASSERT_EQ(vektdb_get_pci_funkey_list(adapters.adapters[0].key, &keys), 0);
+    EXPECT_EQ(vektdb_get_pci_generic_info(keys.keys[0], &info), 0);
+    EXPECT_EQ(info.slot_no, 6);
+    std::free(keys.keys);
+    EXPECT_EQ(vektdb_get_pci_funkey_list(11, &keys), 0);
+    EXPECT_EQ(keys.keys, nullptr);
+    EXPECT_NE(vektdb_get_pci_funkey_list(12, &keys), 0);
+    std::free(adapters.adapters);
+
+    EXPECT_NE(kpl_logical_device::set_cooling_value(30), 0);
+    _host.enclosure.answer = 0;
+    EXPECT_EQ(kpl_logical_device::set_cooling_value(40), 0);
+    EXPECT_THAT(_host.enclosure.cooling_values.entries(), ElementsAre(30, 40));
+}
+
+TEST_F(host, a_fatal_failure_is_told_to_the_hook_and_a_throwing_handler_gives_its_event_back) {
+    _host.on_fatal = [](const char* what) { throw std::runtime_error(what); };
+    _host.loop.set_handler(storage_controller, [](const QEvent&) { QF::fatal_("no event left"); });
+    const std::size_t free = _host.loop.free_events();
+    EM::postFIFO(storage_controller, QF::new_(20, 1));
+    EXPECT_THROW(_host.loop.run_pending(), std::runtime_error);
+    EXPECT_EQ(_host.loop.free_events(), free);
+    EXPECT_TRUE(_host.loop.run_for(1s));
+    _host.on_fatal = nullptr;
+    EXPECT_DEATH(QF::fatal_("no event left"), "");
+}
+
+}  // namespace
