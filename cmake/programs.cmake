@@ -5,7 +5,15 @@ endif()
 
 thermal_find_sources(sources *.cpp sim)
 if(sources AND TARGET thermal)
-    add_library(thermal_sim STATIC ${sources})
+    # The rules and the load profile of the simulated server travel inside the program.
+    set(rules ${PROJECT_SOURCE_DIR}/examples/rules/simulated_server.ini)
+    set(profile ${PROJECT_SOURCE_DIR}/examples/profiles/half_an_hour.csv)
+    file(READ ${rules} THERMAL_RULES)
+    file(READ ${profile} THERMAL_PROFILE)
+    set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${rules} ${profile})
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/bundled_files.cpp.in ${PROJECT_BINARY_DIR}/bundled_files.cpp @ONLY)
+
+    add_library(thermal_sim STATIC ${sources} ${PROJECT_BINARY_DIR}/bundled_files.cpp)
     target_link_libraries(thermal_sim PRIVATE thermal_options PUBLIC thermal)
 endif()
 
