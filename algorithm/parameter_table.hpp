@@ -14,9 +14,9 @@
 template <class Record>
 struct parameter {
     const char* shown;
-    // Behind "<number>."; null for what the class computes. A reference reads `key` + "_PREFIX" and `key` + "_INST".
-    const char* key;
+    const char* key;  // behind "<number>."; null for what the class computes
     std::variant<float Record::*, store_reference Record::*> member;
+    const char* instance_key = nullptr;  // of a reference, whose `key` is its name's
 };
 
 // The parameter records of an algorithm by number, from 1.
@@ -58,7 +58,7 @@ public:
             Record& record = at(number);
             for (const parameter<Record>& field : table) {
                 if (field.key != nullptr) {
-                    read(rule, key, field, record);
+                    std::visit([&](auto member) { read(rule, key, field, record.*member); }, field.member);
                 }
             }
         }
@@ -75,14 +75,14 @@ public:
     }
 
 private:
-    static void read(const rule_group& rule, numbered_key& key, const parameter<Record>& field, Record& record) {
-        if (const auto number = std::get_if<float Record::*>(&field.member)) {
-            record.** number = rule.number(key(field.key));
-            return;
-        }
-        std::string name = rule.text(key(field.key, "_PREFIX"));
-        record.*std::get<store_reference Record::*>(field.member) =
-            store_reference(std::move(name), rule.integer(key(field.key, "_INST")));
+    using field_of_record = parameter<Record>;
+
+    static void read(const rule_group& rule, numbered_key& key, const field_of_record& field, float& value) {
+        value = rule.number(key(field.key));
+    }
+    static void read(const rule_group& rule, numbered_key& key, const field_of_record& field, store_reference& value) {
+        std::string name = rule.text(key(field.key));
+        value = store_reference(std::move(name), rule.integer(key(field.instance_key)));
     }
 
     static std::string text_of(float value) { return std::to_string(value); }

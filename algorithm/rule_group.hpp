@@ -20,9 +20,8 @@ public:
     numbered_key& operator=(const numbered_key&) = delete;
 
     // Valid until the next call.
-    std::string_view operator()(std::string_view word, std::string_view suffix = {}) {
-        char* end = _word + word.copy(_word, word_room);
-        end += suffix.copy(end, word_room - static_cast<std::size_t>(end - _word));
+    std::string_view operator()(std::string_view word) {
+        const char* end = _word + word.copy(_word, word_room);
         return {_text.data(), static_cast<std::size_t>(end - _text.data())};
     }
 

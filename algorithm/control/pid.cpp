@@ -4,8 +4,8 @@
 #include "foundation/log_masks.hpp"
 
 const parameter<pid_regulator::parameter_t> pid_regulator::table[] = {
-    {"x_key", "PARAMETER_X", &parameter_t::x_reference},
-    {"y_key", "PARAMETER_Y", &parameter_t::y_reference},
+    {"x_key", "PARAMETER_X_PREFIX", &parameter_t::x_reference, "PARAMETER_X_INST"},
+    {"y_key", "PARAMETER_Y_PREFIX", &parameter_t::y_reference, "PARAMETER_Y_INST"},
     {"x", nullptr, &parameter_t::x},
     {"y", nullptr, &parameter_t::y},
     {"kp", "PARAMETER_X_KP", &parameter_t::kp},
