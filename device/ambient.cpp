@@ -1,7 +1,5 @@
 #include "device/ambient.hpp"
 
-#include <array>
-
 #include "device/fpga_capabilities.hpp"
 #include "foundation/float_conversion.hpp"
 #include "foundation/log_masks.hpp"
@@ -10,7 +8,6 @@ using utils = common_thermal_utils;
 
 namespace {
 constexpr const char* class_name = "common_thermal_device_ambient";
-constexpr float invalid_temperature = 255.0f;
 enum word : std::size_t { temperature, avg_temperature };
 }  // namespace
 
@@ -22,22 +19,18 @@ common_thermal_device_ambient::common_thermal_device_ambient(int instance)
 void common_thermal_device_ambient::get_temperature(float* destination) const { *destination = _values[temperature]; }
 
 void common_thermal_device_ambient::poll(common_thermal_dao* dao, unsigned long) {
-    float value = invalid_temperature;
+    float value = utils::invalid_temperature;
     for_each_depend<common_thermal_device_fpga_capabilities>(
         utils::tdev_fpga_capabilities, [&](const common_thermal_device_fpga_capabilities& fpga) {
-            if (!fpga.is_adi_support() || !_port.is_bound()) {
-                return;
-            }
-            std::array<std::uint8_t, 16> block{};
             std::uint32_t got = 0;
-            _port.seek_port_block(0);
-            if (_port.read_port_block(block.data(), &got, block.size())) {
-                value = utils::convert_fpga_ambient_raw_data_to_temp(block.data(), _adi_offset);
+            const auto block = fpga.is_adi_support() ? _port.read_record(got) : std::nullopt;
+            if (block) {
+                value = utils::convert_fpga_ambient_raw_data_to_temp(block->data(), _adi_offset);
             }
         });
     _polled = true;
     _values[temperature] = value;
-    if (value != invalid_temperature) {
+    if (value != utils::invalid_temperature) {
         _average.add(value, _values[avg_temperature]);
     }
     LOG::log(log_source, log_mask::bus, "common_thermal_device_ambient::%s - val(%f), val_avg(%f), avg_cnt(%d)\n",

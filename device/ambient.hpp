@@ -1,7 +1,6 @@
 #pragma once
 
 #include "device/common_thermal_device.hpp"
-#include "device/published_values.hpp"
 
 // The air at the system's inlet, from a record of the FPGA: reading and running average in degrees Celsius. The reading
 // is 255.0 without FPGA records, without a port, after a failed read and for a record marked invalid; the average then

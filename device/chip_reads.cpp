@@ -52,7 +52,7 @@ float read_temperature_chip(common_thermal_utils& port, temperature_chip chip) {
     return read_chip(port, chips[static_cast<std::size_t>(chip) - 1]);
 }
 
-bool read_temperature_chip(common_thermal_utils& port, std::uint32_t chip_number, float& reading) {
+bool read_chip_by_number(common_thermal_utils& port, std::uint32_t chip_number, float& reading) {
     if (chip_number < 1 || chip_number > chips.size()) {
         LOG::log(log_source, log_mask::sensor, "Thermal Dev - Unknown Port Type : %d\n", static_cast<int>(chip_number));
         return false;

@@ -31,4 +31,4 @@ float read_temperature_chip(common_thermal_utils& port, temperature_chip chip);
 
 // By number. False, with a log line and `reading` as it was, for a number without a chip; a chip that fails is a
 // success with `no_chip_reading`.
-bool read_temperature_chip(common_thermal_utils& port, std::uint32_t chip_number, float& reading);
+bool read_chip_by_number(common_thermal_utils& port, std::uint32_t chip_number, float& reading);

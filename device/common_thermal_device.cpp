@@ -76,6 +76,18 @@ void device_port::bind(const std::string& key) {
     }
 }
 
+std::optional<device_port::record> device_port::read_record(std::uint32_t& got) {
+    if (!is_bound()) {
+        return {};
+    }
+    record bytes{};
+    seek_port_block(0);
+    if (!read_port_block(bytes.data(), &got, bytes.size())) {
+        return {};
+    }
+    return bytes;
+}
+
 void running_average::add(float reading, float& published) {
     if (is_unseeded(value)) {
         value = reading;

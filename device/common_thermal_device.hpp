@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -94,6 +96,11 @@ public:
     void bind(unsigned port);
     // A tachometer has no keyed form: nothing is bound.
     void bind(const std::string& key);
+
+    // The record at the start of a block port. What a short read leaves out is 0; `got` tells the bytes that came.
+    // Nothing while the port is unbound or fails.
+    using record = std::array<std::uint8_t, 16>;
+    std::optional<record> read_record(std::uint32_t& got);
 
 private:
     common_thermal_device& _owner;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "device/common_thermal_device.hpp"
-#include "device/published_values.hpp"
 
 // A constant 0.0, for rules that need a value which never moves.
 class THERMAL_API common_thermal_device_dummy : public common_thermal_device {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "device/common_thermal_device.hpp"
-#include "device/published_values.hpp"
 
 // The capability block of the board's FPGA. Without a readable block it counts as an FPGA without sensor records.
 class THERMAL_API common_thermal_device_fpga_capabilities : public common_thermal_device {

@@ -5,7 +5,6 @@
 
 namespace {
 constexpr const char* class_name = "common_thermal_device_generic_temperature";
-constexpr float invalid_temperature = 255.0f;
 enum word : std::size_t { temperature, port_type, avg_temperature };
 }  // namespace
 
@@ -23,12 +22,28 @@ void common_thermal_device_generic_temperature::get_temperature(float* destinati
     *destination = _values[temperature];
 }
 
+float common_thermal_device_generic_temperature::read_tmp75_device() {
+    return read_temperature_chip(_port, temperature_chip::tmp75);
+}
+
+float common_thermal_device_generic_temperature::read_lmp75_device() {
+    return read_temperature_chip(_port, temperature_chip::lmp75);
+}
+
+float common_thermal_device_generic_temperature::read_lm92_device() {
+    return read_temperature_chip(_port, temperature_chip::lm92);
+}
+
+float common_thermal_device_generic_temperature::read_emc1001_device() {
+    return read_temperature_chip(_port, temperature_chip::emc1001);
+}
+
 bool common_thermal_device_generic_temperature::read_temperature(float& reading) {
     if (_port_type == port_type_none) {
         reading = no_chip_reading;
         return true;
     }
-    return read_temperature_chip(_port, _port_type, reading);
+    return read_chip_by_number(_port, _port_type, reading);
 }
 
 void common_thermal_device_generic_temperature::poll(common_thermal_dao* dao, unsigned long) {
@@ -39,9 +54,9 @@ void common_thermal_device_generic_temperature::poll(common_thermal_dao* dao, un
              "common_thermal_device_generic_temperature::%s - isbound(%d), read(%d), temp(%f)\n", "poll", bound ? 1 : 0,
              read ? 1 : 0, shown(reading));
 
-    const float published = read && reading != no_chip_reading ? reading : invalid_temperature;
+    const float published = read && reading != no_chip_reading ? reading : common_thermal_utils::invalid_temperature;
     _values[temperature] = published;
-    if (published != invalid_temperature) {
+    if (published != common_thermal_utils::invalid_temperature) {
         _average.add(published, _values[avg_temperature]);
     }
     LOG::log(log_source, log_mask::bus,

@@ -2,7 +2,6 @@
 
 #include "device/chip_reads.hpp"
 #include "device/common_thermal_device.hpp"
-#include "device/published_values.hpp"
 
 // A temperature chip behind a block port: reading and running average in degrees Celsius, and the chip's number. The
 // reading is 255.0 while there is none; the average then stays where it was.
@@ -24,10 +23,10 @@ public:
 
     // False for port type 0. -999.0 means no reading.
     bool read_temperature(float& reading);
-    float read_tmp75_device() { return read_temperature_chip(_port, temperature_chip::tmp75); }
-    float read_lmp75_device() { return read_temperature_chip(_port, temperature_chip::lmp75); }
-    float read_lm92_device() { return read_temperature_chip(_port, temperature_chip::lm92); }
-    float read_emc1001_device() { return read_temperature_chip(_port, temperature_chip::emc1001); }
+    float read_tmp75_device();
+    float read_lmp75_device();
+    float read_lm92_device();
+    float read_emc1001_device();
     static float extract_tmp75_temp(const unsigned char* high, const unsigned char* low) {
         return static_cast<float>(tmp75_degrees(*high, *low));
     }

@@ -4,7 +4,8 @@
 
 #include "device/common_thermal_device.hpp"
 
-// Integer ports published under names that the board chooses. A port that cannot be read publishes 0.0.
+// Integer ports published under names that the board chooses. An unbound port publishes 0.0, a failed read what the port
+// answered.
 class THERMAL_API common_thermal_device_platform_info : public common_thermal_device {
 public:
     explicit common_thermal_device_platform_info(int instance);

@@ -1,6 +1,6 @@
 #include "device/port_sensors.hpp"
 
-#include <array>
+#include <optional>
 
 #include "device/event_status.hpp"
 #include "device/fpga_capabilities.hpp"
@@ -20,27 +20,20 @@ enum class trace { none, success, reading };
 }  // namespace
 
 struct presence_sensor::row {
-    const char* name;
-    utils::tdev_type_t type;
-    const char* port_name;
+    identity sensor;
     gate opened_by;
     bool logs_reads;
 };
 
 struct integer_temperature_sensor::row {
-    const char* name;
-    utils::tdev_type_t type;
-    const char* word;
-    const char* port_name;
+    identity sensor;
     utils::tdev_type_t presence;
     float divisor;
     trace log;
 };
 
 struct regulator_temperature_sensor::row {
-    const char* name;
-    utils::tdev_type_t type;
-    const char* port_name;
+    identity sensor;
     bool keeps_last_value;
     bool logs_reads;
 };
@@ -51,43 +44,73 @@ using presence = presence_sensor::row;
 using temperature = integer_temperature_sensor::row;
 using regulator = regulator_temperature_sensor::row;
 
-// clang-format off
-constexpr presence pch_presence{"pch_presence", utils::tdev_pch_presence, "PORT_PCH_PRESENCE", gate::ipmi_ready, false};
-constexpr presence psu_presence{"psu_presence", utils::tdev_psu_presence, "PORT_PSU_PRESENCE", gate::ipmi_ready, true};
-constexpr presence nvidia_ubb_presence{"nvidia_ubb_presence", utils::tdev_nvidia_ubb_presence, "PORT_NVIDIA_UBB_PRESENCE", gate::dp_ready, false};
-constexpr presence retimer_presence{"retimer_presence", utils::tdev_retimer_presence, "PORT_RETIMER_PRESENCE", gate::none, false};
-constexpr presence raidcard_presence{"raidcard_presence", utils::tdev_raidcard_presence, "PORT_RAIDCARD_PRESENCE", gate::none, false};
+constexpr presence pch_presence{
+    {"common_thermal_device_pch_presence", utils::tdev_pch_presence, "presence", "PORT_PCH_PRESENCE"},
+    gate::ipmi_ready,
+    false};
+constexpr presence psu_presence{
+    {"common_thermal_device_psu_presence", utils::tdev_psu_presence, "presence", "PORT_PSU_PRESENCE"},
+    gate::ipmi_ready,
+    true};
+constexpr presence nvidia_ubb_presence{{"common_thermal_device_nvidia_ubb_presence", utils::tdev_nvidia_ubb_presence,
+                                        "presence", "PORT_NVIDIA_UBB_PRESENCE"},
+                                       gate::dp_ready,
+                                       false};
+constexpr presence retimer_presence{
+    {"common_thermal_device_retimer_presence", utils::tdev_retimer_presence, "presence", "PORT_RETIMER_PRESENCE"},
+    gate::none,
+    false};
+constexpr presence raidcard_presence{
+    {"common_thermal_device_raidcard_presence", utils::tdev_raidcard_presence, "presence", "PORT_RAIDCARD_PRESENCE"},
+    gate::none,
+    false};
 
-constexpr temperature pch_temperature{"pch_temperature", utils::tdev_pch_temperature, "temperature", "PORT_PCH_TEMPERATURE",
-                                      utils::tdev_pch_presence, 1.0f, trace::success};
-constexpr temperature psu_inlet{"psu_inlet", utils::tdev_psu_inlet, "inlet", "PORT_INLET",
-                                utils::tdev_psu_presence, 1.0f, trace::none};
-constexpr temperature retimer_temp{"retimer_temp", utils::tdev_retimer_temp, "temperature", "PORT_RETIMER_TEMPERATURE",
-                                   utils::tdev_retimer_presence, 1.0f, trace::reading};
-constexpr temperature raidcard_temp{"raidcard_temp", utils::tdev_raidcard, "temperature", "PORT_RAIDCARD_TEMPERATURE",
-                                    utils::tdev_raidcard_presence, 1.0f, trace::reading};
-constexpr temperature raidcard_battery{"raidcard_battery", utils::tdev_raidcard, "temperature", "PORT_RAIDCARD_TEMPERATURE",
-                                       utils::tdev_raidcard_presence, 1.0f, trace::reading};
-constexpr temperature nvswitch_temperature{"nvswitch_temperature", utils::tdev_nvswitch_temperature, "temperature", "PORT_NVSWITCH_TEMPERATURE",
-                                           utils::tdev_nvidia_ubb_presence, 1000.0f, trace::success};
+constexpr temperature pch_temperature{
+    {"common_thermal_device_pch_temperature", utils::tdev_pch_temperature, "temperature", "PORT_PCH_TEMPERATURE"},
+    utils::tdev_pch_presence,
+    1.0f,
+    trace::success};
+constexpr temperature psu_inlet{{"common_thermal_device_psu_inlet", utils::tdev_psu_inlet, "inlet", "PORT_INLET"},
+                                utils::tdev_psu_presence,
+                                1.0f,
+                                trace::none};
+constexpr temperature retimer_temp{
+    {"common_thermal_device_retimer_temp", utils::tdev_retimer_temp, "temperature", "PORT_RETIMER_TEMPERATURE"},
+    utils::tdev_retimer_presence,
+    1.0f,
+    trace::reading};
+constexpr temperature raidcard_temp{
+    {"common_thermal_device_raidcard_temp", utils::tdev_raidcard, "temperature", "PORT_RAIDCARD_TEMPERATURE"},
+    utils::tdev_raidcard_presence,
+    1.0f,
+    trace::reading};
+constexpr temperature raidcard_battery{
+    {"common_thermal_device_raidcard_battery", utils::tdev_raidcard, "temperature", "PORT_RAIDCARD_TEMPERATURE"},
+    utils::tdev_raidcard_presence,
+    1.0f,
+    trace::reading};
+constexpr temperature nvswitch_temperature{
+    {"common_thermal_device_nvswitch_temperature", utils::tdev_nvswitch_temperature, "temperature",
+     "PORT_NVSWITCH_TEMPERATURE"},
+    utils::tdev_nvidia_ubb_presence,
+    1000.0f,
+    trace::success};
 
-constexpr regulator cpuvr{"cpuvr", utils::tdev_cpuvr, "PORT_CPUVR", true, false};
-constexpr regulator dimmvr{"dimmvr", utils::tdev_dimmvr, "PORT_DIMMVR", false, false};
-constexpr regulator powervr{"powervr", utils::tdev_powervr, "PORT_POWERVR", false, true};
-// clang-format on
+constexpr regulator cpuvr{{"common_thermal_device_cpuvr", utils::tdev_cpuvr, "temperature", "PORT_CPUVR"}, true, false};
+constexpr regulator dimmvr{
+    {"common_thermal_device_dimmvr", utils::tdev_dimmvr, "temperature", "PORT_DIMMVR"}, false, false};
+constexpr regulator powervr{
+    {"common_thermal_device_powervr", utils::tdev_powervr, "temperature", "PORT_POWERVR"}, false, true};
 
 }  // namespace
 
-port_sensor::port_sensor(const identity& sensor, int instance)
-    : port_sensor(std::string("common_thermal_device_") + sensor.name, sensor, instance) {}
-
-port_sensor::port_sensor(const std::string& class_name, const identity& sensor, int instance)
-    : common_thermal_device(class_name.c_str(), class_name.c_str(), instance, sensor.type),
-      _values(class_name, instance, {{sensor.word}}),
-      _port(*this, sensor.port_kind, sensor.port_name) {}
+port_sensor::port_sensor(const identity& sensor, device_port::kind port_kind, int instance)
+    : common_thermal_device(sensor.class_name, sensor.class_name, instance, sensor.type),
+      _values(sensor.class_name, instance, {{sensor.word}}),
+      _port(*this, port_kind, sensor.port_name) {}
 
 presence_sensor::presence_sensor(const row& kind, int instance)
-    : port_sensor({kind.name, kind.type, "presence", device_port::kind::bit, kind.port_name}, instance), _row(kind) {}
+    : port_sensor(kind.sensor, device_port::kind::bit, instance), _row(kind) {}
 
 void presence_sensor::poll(common_thermal_dao* dao, unsigned long) {
     const auto stage = _row.opened_by == gate::dp_ready ? utils::dp_ready : utils::ipmi_ready;
@@ -114,8 +137,7 @@ bool presence_sensor::read_presence() {
 }
 
 integer_temperature_sensor::integer_temperature_sensor(const row& kind, int instance)
-    : port_sensor({kind.name, kind.type, kind.word, device_port::kind::integer, kind.port_name}, instance),
-      _row(kind) {}
+    : port_sensor(kind.sensor, device_port::kind::integer, instance), _row(kind) {}
 
 void integer_temperature_sensor::poll(common_thermal_dao* dao, unsigned long) {
     std::uint32_t reading = 0;
@@ -136,33 +158,24 @@ void integer_temperature_sensor::poll(common_thermal_dao* dao, unsigned long) {
 }
 
 regulator_temperature_sensor::regulator_temperature_sensor(const row& kind, int instance)
-    : port_sensor({kind.name, kind.type, "temperature", device_port::kind::block, kind.port_name}, instance),
-      _row(kind) {}
+    : port_sensor(kind.sensor, device_port::kind::block, instance), _row(kind) {}
 
 void regulator_temperature_sensor::poll(common_thermal_dao* dao, unsigned long) {
-    std::array<std::uint8_t, 16> last_read{};
+    std::optional<device_port::record> last_read;
     std::uint32_t got = 0;
-    bool read = false;
     for_each_depend<common_thermal_device_fpga_capabilities>(
         utils::tdev_fpga_capabilities, [&](const common_thermal_device_fpga_capabilities& fpga) {
-            if (!fpga.is_adi_support() || !_port.is_bound()) {
-                return;
-            }
-            std::array<std::uint8_t, 16> block{};
-            _port.seek_port_block(0);
-            if (_port.read_port_block(block.data(), &got, block.size())) {
-                last_read = block;
-                read = true;
-            }
+            const auto record = fpga.is_adi_support() ? _port.read_record(got) : std::nullopt;
+            last_read = record ? record : last_read;
         });
-    if (read) {
-        _values[0] = utils::convert_fpga_ambient_raw_data_to_temp(last_read.data(), _adi_offset);
+    if (last_read) {
+        _values[0] = utils::convert_fpga_ambient_raw_data_to_temp(last_read->data(), _adi_offset);
     } else if (!_row.keeps_last_value) {
         _values[0] = 0.0f;
     }
     if (_row.logs_reads) {
         LOG::log(log_source, log_mask::bus, "%s::%s - len(%d), ret_len(%d), succ(%d)\n", get_name().c_str(), "poll",
-                 static_cast<int>(last_read.size()), static_cast<int>(got), read ? 1 : 0);
+                 static_cast<int>(sizeof(device_port::record)), static_cast<int>(got), last_read ? 1 : 0);
     }
     _values.publish(dao, common_thermal_dao::spike_going_high);
 }
@@ -184,3 +197,5 @@ THERMAL_PORT_SENSOR(integer_temperature_sensor, nvswitch_temperature)
 THERMAL_PORT_SENSOR(regulator_temperature_sensor, cpuvr)
 THERMAL_PORT_SENSOR(regulator_temperature_sensor, dimmvr)
 THERMAL_PORT_SENSOR(regulator_temperature_sensor, powervr)
+
+#undef THERMAL_PORT_SENSOR

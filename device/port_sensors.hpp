@@ -12,22 +12,18 @@ public:
     void set_port_input(const std::string& key) { _port.bind(key); }
     std::string debug() override { return _values.debug_text(); }
 
-protected:
     struct identity {
-        const char* name;  // of the class, behind "common_thermal_device_"
+        const char* class_name;
         tdev_type_t type;
         const char* word;
-        device_port::kind port_kind;
         const char* port_name;
     };
 
-    port_sensor(const identity& sensor, int instance);
+protected:
+    port_sensor(const identity& sensor, device_port::kind port_kind, int instance);
 
     published_values _values;
     device_port _port;
-
-private:
-    port_sensor(const std::string& class_name, const identity& sensor, int instance);
 };
 
 // Whether a component is there: 1.0 or 0.0. Absent while its gate is closed, its port unbound or its read failing.

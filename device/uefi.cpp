@@ -166,14 +166,14 @@ void common_thermal_device_uefi::read_host() {
 
 void common_thermal_device_uefi::poll(common_thermal_dao* dao, unsigned long) {
     _actived = false;
-    for_each_depend<common_thermal_device_event_status>(utils::tdev_event_status,
-                                                        [this](const common_thermal_device_event_status& status) {
-                                                            if (status.get_stage(utils::dp_ready)) {
-                                                                _actived = true;
-                                                            } else if (status.get_stage(utils::post_completed)) {
-                                                                forget_host();
-                                                            }
-                                                        });
+    const auto look_at_stages = [this](const common_thermal_device_event_status& status) {
+        if (status.get_stage(utils::dp_ready)) {
+            _actived = true;
+        } else if (status.get_stage(utils::post_completed)) {
+            forget_host();
+        }
+    };
+    for_each_depend<common_thermal_device_event_status>(utils::tdev_event_status, look_at_stages);
     if (_actived) {
         read_host();
     }

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "device/common_thermal_device.hpp"
-#include "device/published_values.hpp"
 #include "platform/inventory.hpp"
 
 // What the host's firmware settings and inventory say: operating mode, override tables, the power-brake setting and

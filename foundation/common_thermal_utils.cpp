@@ -9,7 +9,6 @@
 namespace {
 
 constexpr int status_never_reached = 61;
-constexpr float invalid_temperature = 255.0f;
 constexpr std::uint32_t fpga_block_size = 16;
 
 // The accessor behind a logical port; a port without a line is logged as `attempt`.

@@ -171,6 +171,9 @@ public:
         std::uint8_t location = 0;  // with slot_no the identity of a slot
     };
 
+    // What a temperature without a valid reading shows, in degrees Celsius.
+    static constexpr float invalid_temperature = 255.0f;
+
     common_thermal_utils();
     ~common_thermal_utils();
     common_thermal_utils(const common_thermal_utils&) = delete;

@@ -8,6 +8,7 @@
 #include <limits>
 
 #include "device/event_status.hpp"
+#include "device/fan/fan_control.hpp"
 #include "device/uefi.hpp"
 #include "foundation/log_masks.hpp"
 
@@ -40,7 +41,7 @@ common_thermal_dao* common_thermal_manager::_dao = nullptr;
 common_thermal_manager::common_thermal_manager()
     : logical_device(nullptr, manager_name, manager_name, true),
       _fsm(std::make_unique<common_thermal_manager_sm>(*this)),
-      _fan_maximum("4FMP.common_thermal_device_fan_control.max_pwm", 1) {
+      _fan_maximum(common_thermal_device_fan_control::fan_maximum_name, 1) {
     set_fsm(_fsm.get());
     _fsm->set_object_number(QFM::add_qfsm_object(_fsm.get(), this));
     if (!_fsm->is_registered()) {

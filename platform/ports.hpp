@@ -22,10 +22,10 @@ struct __attribute__((packed)) TACHData {
     std::uint8_t tach_channel_no;
     std::uint8_t mux_kind;  // 0 none, 1 two select lines, 2 three
     std::uint8_t mux;
-    std::uint8_t gpio_port_1, gpio_pin_1, gpio_out_1, gpio_level_1;
-    std::uint8_t gpio_port_2, gpio_pin_2, gpio_out_2, gpio_level_2;
-    std::uint8_t gpio_port_3, gpio_pin_3, gpio_out_3, gpio_level_3;
-    std::uint8_t pulses_per_turn, edge, filter, limit;
+    std::uint8_t gpio_port_1, gpio_pin_1, gpio_setting_1[2];  // select lines; the settings are the driver's
+    std::uint8_t gpio_port_2, gpio_pin_2, gpio_setting_2[2];
+    std::uint8_t gpio_port_3, gpio_pin_3, gpio_setting_3[2];
+    std::uint8_t driver_setting[4];
     std::uint32_t tach;  // revolutions per minute, written by the port
     std::uint8_t configured;
 };

@@ -5,7 +5,6 @@
 #include "device/common_thermal_device.hpp"
 #include "device/fan/fan_pwm.hpp"
 #include "device/fan/fan_tach.hpp"
-#include "device/published_values.hpp"
 #include "foundation/float_conversion.hpp"
 
 // A fan as the rules know it: ties together its tachometers and PWM outputs and publishes their state. Does no I/O of

@@ -11,7 +11,6 @@ using utils = common_thermal_utils;
 namespace {
 
 constexpr const char* class_name = "common_thermal_device_fan_control";
-constexpr const char* fan_maximum_name = "4FMP.common_thermal_device_fan_control.max_pwm";
 
 // An FPGA area travels as two blocks; positions count in the port's own units.
 constexpr std::uint32_t block_size = 64;
@@ -50,7 +49,7 @@ void common_thermal_device_fan_control::read_tach_from_fpga() {
     if (!_port.is_bound()) {
         return;
     }
-    auto* half = _tach_raw.begin();
+    std::uint8_t* half = _tach_raw.data();
     for (const std::uint32_t position : block_positions) {
         std::array<std::uint8_t, block_size> block{};
         std::uint32_t got = 0;
@@ -101,23 +100,26 @@ void common_thermal_device_fan_control::populate_property_active_fans(unsigned f
     publish_active_fans(active);
 }
 
+// Nothing for a sensor that lies outside the area.
+std::optional<float> common_thermal_device_fan_control::fpga_tach(common_thermal_device_fan_tach& sensor) const {
+    const std::uint32_t offset = sensor.get_adi_offset();
+    if (offset >= _tach_raw.size() - 1) {
+        return {};
+    }
+    return convert_fpga_fan_raw_data_to_tach_duty(_tach_raw[offset], _tach_raw[offset + 1]);
+}
+
 void common_thermal_device_fan_control::read_tach(common_thermal_device_fan& fan,
                                                   common_thermal_device_fan_tach& sensor, active_fan_pair& active) {
     const fan_source source = sensor.get_source_type();
-    const bool is_fpga = source == fan_source_fpga;
-    const std::uint32_t offset = is_fpga ? sensor.get_adi_offset() : 0;
-    if (offset >= _tach_raw.size() - 1) {
+    const auto value = source == fan_source_fpga ? fpga_tach(sensor) : sensor.get_value_tach();
+    if (!value) {
         return;
     }
-    const bool counts_as_active = is_fpga || source == fan_source_nrv;
-    if (counts_as_active) {
+    fan.set_value_tach(*value);
+    if (source == fan_source_fpga || source == fan_source_nrv) {
         sensor.attach_to(fan.get_instance());
-    }
-    const float value = is_fpga ? convert_fpga_fan_raw_data_to_tach_duty(_tach_raw[offset], _tach_raw[offset + 1])
-                                : sensor.get_value_tach();
-    fan.set_value_tach(value);
-    if (counts_as_active) {
-        note_active_fan(active, static_cast<unsigned>(fan.get_instance()), saturate_to_unsigned(value));
+        note_active_fan(active, static_cast<unsigned>(fan.get_instance()), saturate_to_unsigned(*value));
     }
 }
 

@@ -1,16 +1,19 @@
 #pragma once
 
 #include <array>
+#include <optional>
 
 #include "device/common_thermal_device.hpp"
 #include "device/fan/fan.hpp"
-#include "device/published_values.hpp"
 
 // Carries out, once a poll, what was asked of all fans: fetches the FPGA's tachometers, gives each polled fan its
 // speed, and drives the outputs of the fans that have a duty to apply, limited where a cap on the fans is in force.
 // Without a port the FPGA's fans read 0.
 class THERMAL_API common_thermal_device_fan_control : public common_thermal_device {
 public:
+    // The store value that caps the duty of the FPGA's fans, in percent; no cap while there is none.
+    static constexpr const char* fan_maximum_name = "4FMP.common_thermal_device_fan_control.max_pwm";
+
     explicit common_thermal_device_fan_control(int instance);
 
     // For machines whose fans are not in the FPGA.
@@ -44,6 +47,7 @@ private:
     static void note_active_fan(active_fan_pair& active, unsigned fan, unsigned tach);
     static void publish_active_fans(const active_fan_pair& active);
 
+    std::optional<float> fpga_tach(common_thermal_device_fan_tach& sensor) const;
     void read_tach(common_thermal_device_fan& fan, common_thermal_device_fan_tach& sensor, active_fan_pair& active);
     // True if the FPGA area changed hands and has to be written.
     bool drive(common_thermal_device_fan& fan, common_thermal_device_fan_pwm& output, common_thermal_dao* dao);

@@ -2,7 +2,6 @@
 
 #include "device/common_thermal_device.hpp"
 #include "device/fan/fan_source.hpp"
-#include "device/published_values.hpp"
 
 // A drive output of a fan, wherever its hardware sits. Duties are in percent.
 class THERMAL_API common_thermal_device_fan_pwm : public common_thermal_device {

@@ -90,7 +90,7 @@ void common_thermal_device_fan_tach_nrv::set_num(std::uint8_t channel, std::uint
                                                  std::uint8_t gpio_pin_2) {
     set_num(channel, mux, gpio_port_1, gpio_pin_1, gpio_port_2, gpio_pin_2, 0, 0);
     _record.mux_kind = mux <= 3 ? 1 : 0;
-    _record.gpio_out_3 = 0;
+    _record.gpio_setting_3[0] = 0;
 }
 
 void common_thermal_device_fan_tach_nrv::set_num(std::uint8_t channel, std::uint8_t mux, std::uint8_t gpio_port_1,
@@ -107,12 +107,10 @@ void common_thermal_device_fan_tach_nrv::set_num(std::uint8_t channel, std::uint
     _record.gpio_pin_2 = gpio_pin_2;
     _record.gpio_port_3 = gpio_port_3;
     _record.gpio_pin_3 = gpio_pin_3;
-    _record.gpio_out_1 = _record.gpio_out_2 = _record.gpio_out_3 = 1;
-    _record.gpio_level_1 = _record.gpio_level_2 = _record.gpio_level_3 = 0;
-    _record.pulses_per_turn = 2;
-    _record.edge = 1;
-    _record.filter = 0;
-    _record.limit = 255;
+    _record.gpio_setting_1[0] = _record.gpio_setting_2[0] = _record.gpio_setting_3[0] = 1;
+    _record.gpio_setting_1[1] = _record.gpio_setting_2[1] = _record.gpio_setting_3[1] = 0;
+    constexpr std::uint8_t driver_setting[] = {2, 1, 0, 255};
+    std::copy(std::begin(driver_setting), std::end(driver_setting), _record.driver_setting);
     _record.configured = 1;
 }
 

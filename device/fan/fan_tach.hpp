@@ -2,7 +2,6 @@
 
 #include "device/common_thermal_device.hpp"
 #include "device/fan/fan_source.hpp"
-#include "device/published_values.hpp"
 #include "platform/ports.hpp"
 
 // A speed sensor of a fan, wherever its hardware sits.
@@ -72,7 +71,7 @@ private:
     TACHData _record{};
 };
 
-// A speed from an integer port; 0.0 without a reading.
+// A speed from an integer port; 0.0 while it is unbound, whatever a failed read answered otherwise.
 class THERMAL_API integer_fan_tach : public common_thermal_device_fan_tach {
 public:
     void set_port_input(unsigned port) { _port.bind(port); }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "device/common_thermal_device.hpp"
-#include "device/published_values.hpp"
 
 // How the board's fans are organised, from one integer port: zones, fans per PWM output, tachometers per fan and fans
 // in all; all 0.0 without a reading.
