@@ -156,9 +156,9 @@ protected:
 
 private:
     struct condition {
-        unsigned number;
-        operator_t op;
-        float value;
+        unsigned number = 0;
+        operator_t op = common_thermal_utils::OP_NON;
+        float value = 0.0f;
         store_reference live;
     };
     // The rule's own key, which stands once the name is read.

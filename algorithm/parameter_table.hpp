@@ -13,8 +13,8 @@
 // group and shows it. Start values stand in the record itself: they hold for a record that no rule filled.
 template <class Record>
 struct parameter {
-    const char* shown;
-    const char* key;  // behind "<number>."; null for what the class computes
+    const char* shown = nullptr;
+    const char* key = nullptr;  // behind "<number>."; null for what the class computes
     std::variant<float Record::*, store_reference Record::*> member;
     const char* instance_key = nullptr;  // of a reference, whose `key` is its name's
 };

@@ -12,6 +12,7 @@
 // A key of a numbered entry, "<number>.<word>", composed on the stack.
 class numbered_key {
 public:
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the text is set as far as it goes
     explicit numbered_key(unsigned number) {
         _word = std::to_chars(_text.data(), _text.data() + longest_number, number).ptr;
         *_word++ = '.';

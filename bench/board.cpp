@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 namespace {
@@ -22,30 +23,28 @@ thermal_host::host_options options() {
     return chosen;
 }
 
-std::string rule_text(const board_shape& shape, unsigned rule) {
-    const std::string sensor = std::to_string(rule % (shape.devices - 2 * shape.fans) + 1);
-    const std::string fan = std::to_string(rule % shape.fans + 1);
-    const std::string key = std::string("four_value_device.");
-    std::string text =
-        "[" + std::to_string(rule) + ".ALGORITHM]\nTYPE=common_thermal_algorithm_pid_v2\nNAME=ZONE_" +
-        std::to_string(rule) + "\nPARAMETER_COUNT=1\n1.PARAMETER_X_PREFIX=" + key +
-        "temperature\n1.PARAMETER_X_INST=" + sensor +
-        "\n1.PARAMETER_Y_PREFIX=common_thermal_device_fan.pwm\n1.PARAMETER_Y_INST=" + fan +
-        "\n1.PARAMETER_X_TARGET_HI=65\n1.PARAMETER_X_TARGET_LO=60\n1.PARAMETER_X_KP=1.5\n1.PARAMETER_X_KI=0.2\n"
-        "1.PARAMETER_X_KD=0.05\n1.PARAMETER_R_MAX=100\nCONDITION_COUNT=3\n";
+void write_rule(std::ostream& file, const board_shape& shape, unsigned rule) {
+    const unsigned sensor = rule % (shape.devices - 2 * shape.fans) + 1;
+    file << "[" << rule << ".ALGORITHM]\nTYPE=common_thermal_algorithm_pid_v2\nNAME=ZONE_" << rule
+         << "\nPARAMETER_COUNT=1\n1.PARAMETER_X_PREFIX=" << sensor_class
+         << ".temperature\n1.PARAMETER_X_INST=" << sensor
+         << "\n1.PARAMETER_Y_PREFIX=common_thermal_device_fan.pwm\n1.PARAMETER_Y_INST=" << rule % shape.fans + 1
+         << "\n1.PARAMETER_X_TARGET_HI=65\n1.PARAMETER_X_TARGET_LO=60\n1.PARAMETER_X_KP=1.5\n1.PARAMETER_X_KI=0.2\n"
+            "1.PARAMETER_X_KD=0.05\n1.PARAMETER_R_MAX=100\nCONDITION_COUNT=3\n";
     const char* const conditions[][3] = {
         {"valid", "OP_EQ", "1"}, {"temperature", "OP_GT", "0"}, {"margin", "OP_LT", "200"}};
-    for (unsigned i = 0; i < 3; ++i) {
-        const std::string number = std::to_string(i + 1);
-        text += number + ".CONDITION_KEY_PREFIX=" + key + conditions[i][0] + "\n" + number +
-                ".CONDITION_INST=" + sensor + "\n" + number + ".CONDITION_OPS=" + conditions[i][1] + "\n" + number +
-                ".CONDITION_VAL=" + conditions[i][2] + "\n";
+    for (unsigned i = 0; i < std::size(conditions); ++i) {
+        const unsigned number = i + 1;
+        file << number << ".CONDITION_KEY_PREFIX=" << sensor_class << "." << conditions[i][0] << "\n"
+             << number << ".CONDITION_INST=" << sensor << "\n"
+             << number << ".CONDITION_OPS=" << conditions[i][1] << "\n"
+             << number << ".CONDITION_VAL=" << conditions[i][2] << "\n";
     }
-    text += "FAN_MAP_COUNT=" + std::to_string(shape.fans_per_rule) + "\n";
+    file << "FAN_MAP_COUNT=" << shape.fans_per_rule << "\n";
     for (unsigned i = 0; i < shape.fans_per_rule; ++i) {
-        text += std::to_string(i + 1) + ".FAN_MAP=" + std::to_string((rule + i) % shape.fans + 1) + "\n";
+        file << i + 1 << ".FAN_MAP=" << (rule + i) % shape.fans + 1 << "\n";
     }
-    return text + "\n";
+    file << "\n";
 }
 
 std::uint64_t status_kilobytes(const char* field) {
@@ -65,7 +64,7 @@ std::uint64_t status_kilobytes(const char* field) {
 void write_rules(std::ostream& file, const board_shape& shape) {
     file << "[SUMMARY]\nALGORITHM_COUNT=" << shape.rules << "\n\n";
     for (unsigned rule = 1; rule <= shape.rules; ++rule) {
-        file << rule_text(shape, rule);
+        write_rule(file, shape, rule);
     }
 }
 
@@ -153,7 +152,7 @@ void board::run_cycles(unsigned count) {
 
 void board::stir(unsigned seed) {
     for (std::size_t i = 0; i < _sensors.size(); ++i) {
-        _sensors[i]->set_value(static_cast<std::uint32_t>(50 + (i * 7 + seed * 13) % 40));
+        _sensors[i]->set_value(static_cast<std::uint32_t>(50 + (i * 7 + std::size_t{13} * seed) % 40));
     }
 }
 

@@ -43,7 +43,7 @@ void longest_tick(benchmark::State& state, const board_shape& shape) {
     board machine(shape);
     machine.run_cycles(2);
     using clock = std::chrono::steady_clock;
-    std::array<double, 32> fastest;
+    std::array<double, 32> fastest{};
     fastest.fill(1e9);
     for (auto _ : state) {
         for (unsigned tick = 0; tick < 32; ++tick) {

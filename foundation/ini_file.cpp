@@ -133,10 +133,13 @@ unsigned row_number(std::string_view key) {
         if (digit == '.') {
             return number;
         }
-        if (digit < '0' || digit > '9' || number > most) {
+        if (digit < '0' || digit > '9') {
             break;
         }
         number = 10 * number + static_cast<unsigned>(digit - '0');
+        if (number > most) {
+            break;
+        }
     }
     return 0;
 }

@@ -127,7 +127,7 @@ int common_thermal_manager::get_thermal_dao_reading(const std::string& name, int
     return 1;
 }
 
-void common_thermal_manager::set_uefi_event(std::uint16_t signal, std::uint8_t op_mode, std::uint8_t) {
+void common_thermal_manager::set_uefi_event(std::uint16_t signal, std::uint8_t op_mode, std::uint8_t) const {
     if (_scheduler == nullptr || signal != _uefi_perf_sig) {
         return;
     }

@@ -55,7 +55,7 @@ public:
     bool get_stage(status_stage_t stage) const;
     // 1, or 0 for a key that is not in the store. `value` may be null.
     static int get_thermal_dao_reading(const std::string& name, int instance, float* value);
-    void set_uefi_event(std::uint16_t signal, std::uint8_t op_mode, std::uint8_t extra);
+    void set_uefi_event(std::uint16_t signal, std::uint8_t op_mode, std::uint8_t extra) const;
 
     // Events, from the state machine.
     void persistent_settings_available();
@@ -86,7 +86,7 @@ public:
     void reset_thermal_algorithm_status(unsigned long now);
     void apply_fan_pwm_value(unsigned long now, const index_list& fans);
     static bool compare_psu_pwm(const common_thermal_device_fan* fan, std::uint8_t value);
-    void write_pwm_to_psu(std::uint8_t value);
+    void write_pwm_to_psu(std::uint8_t value) const;
     void apply_capping_value(unsigned long now);
     void handle_power_permission(bool enable);
     void clear_fan_pwm_value(const index_list& fans);
@@ -94,7 +94,7 @@ public:
 
     // The winner of a fan in this cycle; duty in percent. The rest is of an earlier cycle while it is not claimed.
     struct fan_alg_t {
-        unsigned fan;
+        unsigned fan = 0;
         bool claimed = false;
         interned_name name{};
         std::uint32_t instance = 0;
@@ -146,7 +146,7 @@ private:
     void claim_manually(fan_target& target);
     void compare_capping(capping_kind kind, const common_thermal_algorithm& rule, std::uint16_t value);
     void act_on_capping(capping_kind kind, std::uint16_t value);
-    void send_capping_request(capping_kind kind, std::uint16_t value);
+    void send_capping_request(capping_kind kind, std::uint16_t value) const;
 
     std::unique_ptr<common_thermal_manager_sm> _fsm;
     std::unique_ptr<QTimeEvt> _timer;

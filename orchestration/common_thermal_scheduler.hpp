@@ -26,7 +26,7 @@ public:
     // A device added after the first build of the schedule is listed, but never polled.
     void add_thermal_device(common_thermal_device* device);
     void add_thermal_device_done() { _tdev_done = true; }
-    void add_thermal_algorithm(unsigned index, common_thermal_algorithm* algorithm) override;
+    void add_thermal_algorithm(unsigned index, common_thermal_algorithm* added) override;
     void add_thermal_algorithm_done() override { _talg_done = true; }
     void free_all_thermal_algorithm_list() override { _algorithms.clear(); }
     // The next run() deals the rules again and polls nothing.
@@ -84,13 +84,14 @@ private:
     static constexpr unsigned first_algorithm_slot = 16;
     static constexpr unsigned slot_capacity = 750;
 
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): memory is touched as far as it is used
     struct slot {
         bool is_tdev = false;
         bool is_talg = false;
         std::uint32_t idle_time = 0;  // in eighths of a platform tick
         bool full = false;
         std::uint32_t count = 0;
-        std::array<std::uint32_t, slot_capacity> index;  // touched as far as it is used
+        std::array<std::uint32_t, slot_capacity> index;
     };
 
     const index_list& indices_of(tdev_type_t kind) const;

@@ -103,7 +103,7 @@ bool common_thermal_manager::compare_psu_pwm(const common_thermal_device_fan* fa
     return drives_psu && fan->get_value_pwm_output() != value;
 }
 
-void common_thermal_manager::write_pwm_to_psu(std::uint8_t value) {
+void common_thermal_manager::write_pwm_to_psu(std::uint8_t value) const {
     IPMI::progress_notify(fan_speed_progress, 0);
     bmc_event* event = new_event(common_thermal_manager::overloaded_signal);
     event->data_word = _cff2_fan_speed_ctrl_sig;
@@ -137,7 +137,7 @@ void common_thermal_manager::act_on_capping(capping_kind kind, std::uint16_t val
     }
 }
 
-void common_thermal_manager::send_capping_request(capping_kind kind, std::uint16_t value) {
+void common_thermal_manager::send_capping_request(capping_kind kind, std::uint16_t value) const {
     const auto* request = std::ranges::find(capping_requests, kind, &capping_request::kind);
     if (request == std::end(capping_requests)) {
         return;

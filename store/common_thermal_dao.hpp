@@ -31,7 +31,7 @@ public:
 
     private:
         friend class common_thermal_dao;
-        store_place _place;                // never of a miss
+        store_place _place;
         store_place _spike_count;          // of the setting that turns the filter on
         std::uint32_t _unfiltered_at = 0;  // keys the store had when there was no such setting
     };
@@ -66,7 +66,7 @@ public:
     // Stores the value, or, while the filter of this key holds it back, puts the stored value into the record instead.
     void update_dev(dev_data_t* data, dev_data_spike_t spike, bool log) {
         const bool unfiltered = spike == spike_none || data->_unfiltered_at == key_count();
-        if (!log && unfiltered && data->_place.store == _identity) {
+        if (!log && unfiltered && is_known(data->_place)) {
             *data->_place.value = data->value;
         } else {
             update_carefully(*data, spike, log);

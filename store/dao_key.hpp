@@ -11,6 +11,7 @@ class dao_key {
 public:
     dao_key(std::string_view name, int instance) : dao_key(std::string_view(), name, instance) {}
 
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-member-init): the text is set as far as it goes
     dao_key(std::string_view prefix, std::string_view name, int instance) {
         constexpr std::size_t longest_instance = 12;
         char* text = _short.data();
@@ -32,7 +33,7 @@ public:
 private:
     static char* append(char* end, std::string_view text) { return end + text.copy(end, text.size()); }
 
-    std::array<char, 160> _short;  // set as far as the key goes
+    std::array<char, 160> _short;
     std::string _long;
     std::string_view _view;
 };
