@@ -1,0 +1,78 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "orchestration/common_thermal_manager.hpp"
+#include "platform/host/host.hpp"
+#include "sim/load_profile.hpp"
+#include "sim/server_board.hpp"
+#include "sim/server_physics.hpp"
+
+namespace sim {
+
+struct server_options {
+    std::string rules;  // path of the rule file
+    bool real_time = false;
+    unsigned log_mask = thermal_host::log_writer::default_mask;
+    unsigned seed = 0;  // of the noise on readings; 0 for none
+};
+
+// A small server under the real library: host platform, board, manager and physics, from power-on. One at a time in a
+// process. Its firmware reports the boot stages within the first minute or so.
+class simulated_server {
+public:
+    explicit simulated_server(const server_options& options, load_profile profile = {}, event_sink tell = {});
+    ~simulated_server();
+    simulated_server(const simulated_server&) = delete;
+    simulated_server& operator=(const simulated_server&) = delete;
+
+    // False if the loop was stopped.
+    bool run_until(double seconds);
+    bool run_for(double seconds) { return run_until(now() + seconds); }
+    double now() const;  // seconds since power-on
+
+    // Asks the manager to read the rule file again, as an operator would.
+    void reload_rules() { _manager->ipmicmd_load_algorithm(); }
+
+    // Who won a fan in the last complete cycle.
+    struct fan_claim {
+        bool claimed = false;
+        unsigned rule = 0;  // from 1
+        std::uint8_t duty = 0;
+        bool operator==(const fan_claim&) const = default;
+    };
+    const fan_claim& claim(unsigned fan) const { return _claims.at(fan - 1); }
+    // The rule's NAME, or what stands in its place; "-" for a fan that nobody claimed.
+    std::string winner(unsigned fan) const;
+    unsigned cycles() const { return _cycles; }
+
+    thermal_host::platform& host() { return _host; }
+    common_thermal_manager& manager() { return *_manager; }
+    const common_thermal_scheduler& scheduler() const { return *_scheduler; }
+    common_thermal_dao& store() { return *_dao; }
+    server_physics& physics() { return _physics; }
+    const server_physics& physics() const { return _physics; }
+
+private:
+    void boot();
+    void move_world();
+    void note_claims();
+
+    load_profile _profile;
+    event_sink _tell;
+    thermal_host::platform _host;
+    server_physics _physics;
+    double _moved_to = 0.0;
+    std::unique_ptr<common_thermal_scheduler> _scheduler;
+    std::unique_ptr<common_thermal_dao> _dao;
+    std::unique_ptr<common_thermal_manager> _manager;
+    std::unique_ptr<server_board> _board;
+    bool _claims_noted = false;
+    unsigned _cycles = 0;
+    std::array<fan_claim, server_fans> _claims{};
+};
+
+}  // namespace sim

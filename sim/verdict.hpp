@@ -1,0 +1,61 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <vector>
+
+#include "sim/simulated_server.hpp"
+
+namespace sim {
+
+// Judges a run from samples taken at an even pace: limits, regulation, noise and energy.
+class verdict {
+public:
+    // Seconds between samples.
+    explicit verdict(double period) : _period(period) {}
+
+    void sample(const simulated_server& server);
+    // Conditions changed: what follows is judged as a phase of its own.
+    void begin_phase();
+
+    struct part_report {
+        double highest_c = 0.0;
+        double highest_at = 0.0;    // seconds since power-on
+        double seconds_over = 0.0;  // its limit
+        // Over all phases of a minute and more. A phase settles at its mean of the last half minute.
+        double overshoot_c = 0.0;  // above where a phase began and where it settled
+        double settling_s = 0.0;   // until a phase stayed within two degrees of where it settled
+    };
+    part_report part(std::size_t index) const;
+
+    struct fan_report {
+        double mean_percent = 0.0;
+        double reversals_a_minute = 0.0;  // turns after a swing of two percent, which is what an ear notices
+    };
+    fan_report fan(unsigned number) const;
+
+    double fan_energy_wh() const { return _fan_energy_ws / 3600.0; }
+    bool limits_held() const;
+
+private:
+    struct fan_history {
+        double sum = 0.0;
+        double extreme = 0.0;  // of the swing under way
+        int direction = 0;
+        unsigned reversals = 0;
+
+        void add(double percent);
+    };
+    using temperatures = std::array<float, server_part_count>;
+
+    void judge_phase(std::size_t begin, std::size_t end, std::size_t part, part_report& report) const;
+
+    double _period;
+    std::vector<double> _times;
+    std::vector<temperatures> _samples;
+    std::vector<std::size_t> _phases{0};
+    std::array<fan_history, server_fans> _fans{};
+    double _fan_energy_ws = 0.0;
+};
+
+}  // namespace sim

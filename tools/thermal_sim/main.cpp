@@ -1,0 +1,280 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "sim/bundled_files.hpp"
+#include "sim/rule_check.hpp"
+#include "sim/simulated_server.hpp"
+#include "sim/verdict.hpp"
+#include "tools/thermal_sim/report.hpp"
+
+namespace {
+
+constexpr int exit_limits_held = 0;
+constexpr int exit_limit_exceeded = 1;
+constexpr int exit_bad_input = 2;
+constexpr double bundled_duration_s = 1800.0;
+
+struct arguments {
+    std::string rules;
+    std::string profile;
+    std::string trace;
+    std::vector<std::string> columns;
+    double duration = 0.0;
+    double every = 60.0;
+    bool real_time = false;
+    std::string csv;
+    unsigned seed = 0;
+    std::string log_mask = "0";
+    bool dump = false;
+    bool quiet = false;
+};
+
+// A message for the user and exit code 2.
+struct bad_input : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+std::string description() {
+    std::string parts;
+    for (const auto& part : sim::server_parts) {
+        parts += std::string(parts.empty() ? "" : ", ") + part.name;
+    }
+    return "Runs a simulated server under the thermal library and judges how well its rules hold the temperatures.\n"
+           "Without options: half an hour of idle, full load, warm air, a failing fan and idle again, in about a "
+           "second.\n"
+           "\n"
+           "Parts: " +
+           parts +
+           ".\n"
+           "Fans 1 to 6 cool the main zone, 7 the power supply (psu_inlet, power_vr), 8 storage (battery, raid, "
+           "storage).";
+}
+
+constexpr const char* footer =
+    "Load profile (--profile): a CSV file with a header line. Lines that begin with # are comments. Each row holds "
+    "until\n"
+    "the next. Columns: time_s, and any of\n"
+    "  load_percent      0 to 100, share of the way from idle to full power of all parts\n"
+    "  inlet_c           temperature of the air at the inlet\n"
+    "  fan_1 ... fan_8   1 turns, 0 stands\n"
+    "  PART_sensor       1 works, 0 gives no reading\n"
+    "  PART_w            power of one part in W, in place of the load\n"
+    "Trace (--trace): any CSV file with a column whose name begins with 'time' (seconds, or times of day).\n"
+    "Both are read at their own times; the last row holds to the end.\n"
+    "\n"
+    "Table: temperatures are those of the parts, whatever a sensor shows. Below them, for each group of fans that do "
+    "the\n"
+    "same: the rule that won (NAME and number), duty and speed; '-' where no rule asked for anything.\n"
+    "Verdict: overshoot is above where a phase began and where it settled, settling the time until a part stayed "
+    "within\n"
+    "2 \u00b0C; a phase lasts from one change of the profile to the next, the worst one counts.\n"
+    "\n"
+    "Exit: 0 every limit held, 1 a part got hotter than its limit, 2 bad usage or a file that cannot be used.\n"
+    "\n"
+    "Examples:\n"
+    "  thermal-sim --rules my.ini --every 10\n"
+    "  thermal-sim --trace gpu_load_cycle_36min.csv --column adapter=gpu_power_w\n"
+    "  thermal-sim --csv - --every 1 > run.csv";
+
+void add_options(CLI::App& app, arguments& given) {
+    app.footer(footer);
+    app.add_option("--rules", given.rules, "rule file; the bundled one stands in examples/rules")->type_name("FILE");
+    app.add_option("--profile", given.profile, "load profile, see below")->type_name("FILE");
+    app.add_option("--trace", given.trace, "recorded power, with --column; other parts idle unless a profile is given")
+        ->type_name("FILE");
+    app.add_option("--column", given.columns, "which column of the trace is the power of which part; repeatable")
+        ->type_name("PART=COLUMN")
+        ->allow_extra_args(false);
+    app.add_option("--duration", given.duration, "seconds to run; otherwise the length of profile or trace")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1.0, 1e7));
+    app.add_option("--every", given.every, "seconds between rows, 60 unless given")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 1e6));
+    app.add_flag("--real-time", given.real_time, "by the machine's clock; Ctrl-C ends the run with its verdict");
+    app.add_option("--csv", given.csv, "rows as CSV too; '-' writes them to the standard output in place of the table")
+        ->type_name("FILE");
+    app.add_option("--seed", given.seed, "noise on sensors and tachometers, the same for the same number; 0 for none")
+        ->type_name("NUMBER");
+    app.add_option("--log-mask", given.log_mask, "library log lines to show, bits as 0x80; warnings and errors always")
+        ->type_name("MASK");
+    app.add_flag("--dump", given.dump, "every key and value of the store at the end");
+    app.add_flag("--quiet", given.quiet, "no table, only the verdict");
+}
+
+unsigned mask_of(const std::string& text) {
+    std::size_t used = 0;
+    unsigned long mask = 0;
+    try {
+        mask = std::stoul(text, &used, 0);
+    } catch (const std::exception&) {
+        used = 0;
+    }
+    if (used == 0 || used != text.size() || text.front() == '-' || mask > 0xFFFFFFFFul) {
+        throw bad_input("--log-mask: '" + text + "' is no mask of 32 bits");
+    }
+    return static_cast<unsigned>(mask);
+}
+
+// "part=column"
+void add_column(sim::load_profile& profile, const sim::csv_table& trace, const std::string& text) {
+    const std::size_t separator = text.find('=');
+    const auto part = sim::find_server_part(text.substr(0, separator));
+    if (separator == std::string::npos || !part) {
+        throw bad_input("--column: '" + text + "' is not PART=COLUMN with a part of this server, --help lists them");
+    }
+    profile.add_trace(trace, text.substr(separator + 1), *part);
+}
+
+sim::load_profile profile_of(const arguments& given) {
+    if (given.trace.empty() != given.columns.empty()) {
+        throw bad_input("--trace and --column belong together");
+    }
+    sim::load_profile profile;
+    if (!given.profile.empty()) {
+        profile = sim::load_profile::from(sim::csv_table::read(given.profile));
+    } else if (given.trace.empty()) {
+        profile = sim::load_profile::from(sim::csv_table::parse(sim::bundled_profile, "bundled profile"));
+    }
+    if (!given.trace.empty()) {
+        const auto trace = sim::csv_table::read(given.trace);
+        for (const std::string& column : given.columns) {
+            add_column(profile, trace, column);
+        }
+    }
+    return profile;
+}
+
+void check_rules(const std::string& path) {
+    if (std::ifstream(sim::rule_override)) {
+        std::fprintf(stderr, "warning: %s exists, the library reads it in place of %s\n", sim::rule_override,
+                     path.c_str());
+    }
+    const sim::rule_check check = sim::check_rules(path);
+    if (!check.error.empty()) {
+        throw bad_input(check.error);
+    }
+    if (!check.warning.empty()) {
+        std::fprintf(stderr, "warning: %s\n", check.warning.c_str());
+    }
+}
+
+struct file_closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using owned_file = std::unique_ptr<std::FILE, file_closer>;
+
+owned_file create(const std::string& path) {
+    owned_file file(std::fopen(path.c_str(), "w"));
+    if (!file) {
+        throw bad_input(path + ":0: cannot be written: " + std::strerror(errno));
+    }
+    return file;
+}
+
+// Where rows go; null for nowhere.
+struct outputs {
+    std::FILE* table;
+    std::FILE* csv;
+    std::FILE* verdict;
+};
+
+void print_row(const outputs& to, const sim::simulated_server& server) {
+    if (to.table != nullptr) print_table_row(to.table, server);
+    if (to.csv != nullptr) print_csv_row(to.csv, server);
+}
+
+// Warnings and errors always, other lines by the mask. A warning is formatted only if its own bit is on.
+void set_log(thermal_host::platform& host, unsigned mask) {
+    constexpr unsigned masks_of_warnings = 1 | 2 | 128;
+    host.log.set_mask(mask | masks_of_warnings);
+    host.log.set_sink([mask](const thermal_host::log_line& line) {
+        if (line.level != thermal_host::log_level::log || (line.mask & mask) != 0) {
+            const std::size_t size = line.text.find_last_not_of('\n') + 1;
+            std::fprintf(stderr, "log %c: %.*s\n", static_cast<char>(line.level), static_cast<int>(size),
+                         line.text.data());
+        }
+    });
+}
+
+void stop(int) {
+    if (thermal_host::platform* host = thermal_host::platform::current()) {
+        host->loop.stop();
+    }
+}
+
+bool simulate(const arguments& given, sim::load_profile profile, const std::string& rules, const outputs& to) {
+    const double end = given.duration > 0.0        ? given.duration
+                       : profile.last_time() > 0.0 ? profile.last_time()
+                                                   : bundled_duration_s;
+    constexpr double sample_period = 1.0;
+    sim::verdict verdict(sample_period);
+    const auto tell = [&](double seconds, const std::string& text) {
+        verdict.begin_phase();
+        if (to.table != nullptr) print_event(to.table, seconds, text);
+    };
+    sim::simulated_server server({.rules = rules, .real_time = given.real_time, .seed = given.seed}, std::move(profile),
+                                 tell);
+    set_log(server.host(), mask_of(given.log_mask));
+    std::signal(SIGINT, stop);
+
+    if (to.table != nullptr) print_table_head(to.table);
+    if (to.csv != nullptr) print_csv_head(to.csv);
+    server.host().loop.call_every(std::chrono::seconds(1), [&] { verdict.sample(server); });
+    double row_time = 0.0;
+    for (bool running = true; running && row_time < end;) {
+        row_time = std::min(row_time + given.every, end);
+        running = server.run_until(row_time);
+        print_row(to, server);
+    }
+    print_verdict(to.verdict, verdict);
+    if (given.dump) print_store(to.verdict, server.store());
+    return verdict.limits_held();
+}
+
+int run(const arguments& given) {
+    mask_of(given.log_mask);
+    sim::load_profile profile = profile_of(given);
+    std::optional<sim::temporary_file> bundled;
+    if (given.rules.empty()) {
+        bundled.emplace(sim::bundled_rules);
+    }
+    const std::string& rules = bundled ? bundled->path() : given.rules;
+    check_rules(rules);
+
+    const bool csv_to_output = given.csv == "-";
+    const owned_file csv_file = given.csv.empty() || csv_to_output ? nullptr : create(given.csv);
+    const outputs to{.table = given.quiet || csv_to_output ? nullptr : stdout,
+                     .csv = csv_to_output ? stdout : csv_file.get(),
+                     .verdict = csv_to_output ? stderr : stdout};
+    return simulate(given, std::move(profile), rules, to) ? exit_limits_held : exit_limit_exceeded;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        arguments given;
+        CLI::App app(description(), "thermal-sim");
+        add_options(app, given);
+        try {
+            app.parse(argc, argv);
+        } catch (const CLI::ParseError& error) {
+            return app.exit(error) == 0 ? exit_limits_held : exit_bad_input;
+        }
+        return run(given);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return exit_bad_input;
+    }
+}

@@ -1,0 +1,168 @@
+#include "tools/thermal_sim/report.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+#include <vector>
+
+using sim::server_fans;
+using sim::server_part_count;
+using sim::server_parts;
+
+namespace {
+
+std::string clock_text(double seconds) {
+    const auto whole = static_cast<unsigned long>(std::lround(seconds));
+    char text[32];
+    if (whole >= 3600) {
+        std::snprintf(text, sizeof text, "%lu:%02lu:%02lu", whole / 3600, whole / 60 % 60, whole % 60);
+    } else {
+        std::snprintf(text, sizeof text, "%02lu:%02lu", whole / 60, whole % 60);
+    }
+    return text;
+}
+
+int width_of(const char* part) { return std::max(7, static_cast<int>(std::string(part).size()) + 1); }
+
+// "1-2,4-6"
+std::string list_text(const std::vector<unsigned>& numbers) {
+    std::string text;
+    for (std::size_t begin = 0; begin < numbers.size();) {
+        std::size_t end = begin + 1;
+        while (end < numbers.size() && numbers[end] == numbers[end - 1] + 1) {
+            ++end;
+        }
+        text += (text.empty() ? "" : ",") + std::to_string(numbers[begin]);
+        text += end - begin > 1 ? "-" + std::to_string(numbers[end - 1]) : "";
+        begin = end;
+    }
+    return (numbers.size() > 1 ? "fans " : "fan ") + text;
+}
+
+// Calls print(fans, name) once for the fans of each name, in the order of their first.
+template <class Name, class Print>
+void for_each_alike(Name&& name_of, Print&& print) {
+    std::vector<std::pair<std::string, std::vector<unsigned>>> groups;
+    for (unsigned fan = 1; fan <= server_fans; ++fan) {
+        const std::string name = name_of(fan);
+        auto group = std::ranges::find(groups, name, &decltype(groups)::value_type::first);
+        if (group == groups.end()) {
+            group = groups.insert(group, {name, {}});
+        }
+        group->second.push_back(fan);
+    }
+    for (const auto& [name, fans] : groups) {
+        print(list_text(fans), name);
+    }
+}
+
+void print_fans(std::FILE* file, const sim::simulated_server& server) {
+    constexpr std::size_t margin = 10;
+    constexpr std::size_t cell = 36;
+    constexpr std::size_t line_end = 120;
+    const std::string empty(margin, ' ');
+    std::string line;
+    const auto name = [&server](unsigned fan) {
+        const auto& claim = server.claim(fan);
+        char text[48];
+        std::snprintf(text, sizeof text, " %.0f%% %.0f rpm", server.physics().duty(fan), server.physics().rpm(fan));
+        return server.winner(fan) + (claim.claimed ? "." + std::to_string(claim.rule) : "") + text;
+    };
+    for_each_alike(name, [&](const std::string& fans, const std::string& doing) {
+        const std::string text = fans + " " + doing;
+        if (margin + line.size() + 2 + text.size() > line_end) {
+            std::fprintf(file, "%s%s\n", empty.c_str(), line.c_str());
+            line.clear();
+        }
+        if (!line.empty()) {
+            line.append(cell - line.size() % cell > 1 ? cell - line.size() % cell : cell + 1, ' ');
+        }
+        line += text;
+    });
+    std::fprintf(file, "%s%s\n", empty.c_str(), line.c_str());
+}
+
+std::string limit_text(double limit) { return std::isfinite(limit) ? std::to_string(std::lround(limit)) : "-"; }
+
+}  // namespace
+
+void print_table_head(std::FILE* file) {
+    std::fprintf(file, "%8s %5s", "time", "load");
+    for (const auto& part : server_parts) {
+        std::fprintf(file, "%*s", width_of(part.name), part.name);
+    }
+    std::fprintf(file, "\n%8s %5s", "", "%");
+    for (const auto& part : server_parts) {
+        std::fprintf(file, "%*s", width_of(part.name) + 1, "\u00b0C");  // the sign takes two bytes and one column
+    }
+    std::fprintf(file, "\n");
+}
+
+void print_table_row(std::FILE* file, const sim::simulated_server& server) {
+    std::fprintf(file, "%8s %5.0f", clock_text(server.now()).c_str(), server.physics().load());
+    for (std::size_t part = 0; part < server_part_count; ++part) {
+        std::fprintf(file, "%*.1f", width_of(server_parts[part].name), server.physics().temperature(part));
+    }
+    std::fprintf(file, "\n");
+    print_fans(file, server);
+}
+
+void print_event(std::FILE* file, double seconds, const std::string& text) {
+    std::fprintf(file, "%8s --- %s\n", clock_text(seconds).c_str(), text.c_str());
+}
+
+void print_verdict(std::FILE* file, const sim::verdict& verdict) {
+    std::fprintf(file, "\n%-10s %9s %7s %7s %10s %10s %9s\n", "part", "highest", "at", "limit", "over limit",
+                 "overshoot", "settling");
+    for (std::size_t part = 0; part < server_part_count; ++part) {
+        const auto report = verdict.part(part);
+        std::fprintf(file, "%-10s %6.1f \u00b0C %7s %4s \u00b0C %8.0f s %7.1f \u00b0C %7.0f s%s\n",
+                     server_parts[part].name, report.highest_c, clock_text(report.highest_at).c_str(),
+                     limit_text(server_parts[part].limit_c).c_str(), report.seconds_over, report.overshoot_c,
+                     report.settling_s, report.seconds_over > 0.0 ? "  OVER ITS LIMIT" : "");
+    }
+    std::fprintf(file, "\n");
+    const auto name = [&verdict](unsigned fan) {
+        const auto report = verdict.fan(fan);
+        char text[80];
+        std::snprintf(text, sizeof text, "%3.0f %% on average, %.1f reversals of the duty a minute",
+                      report.mean_percent, report.reversals_a_minute);
+        return std::string(text);
+    };
+    for_each_alike(name, [&](const std::string& fans, const std::string& doing) {
+        std::fprintf(file, "%-10s %s\n", fans.c_str(), doing.c_str());
+    });
+    std::fprintf(file, "\nFan energy %.1f Wh. %s\n", verdict.fan_energy_wh(),
+                 verdict.limits_held() ? "Every limit held." : "A LIMIT WAS EXCEEDED.");
+}
+
+void print_store(std::FILE* file, const common_thermal_dao& store) {
+    for (const auto& [key, value] : store.values()) {
+        std::fprintf(file, "%s = %g\n", key.c_str(), static_cast<double>(value));
+    }
+}
+
+void print_csv_head(std::FILE* file) {
+    std::fprintf(file, "time_s,load_percent,inlet_c,power_w,fan_power_w");
+    for (const auto& part : server_parts) {
+        std::fprintf(file, ",%s_c", part.name);
+    }
+    for (unsigned fan = 1; fan <= server_fans; ++fan) {
+        std::fprintf(file, ",fan_%u_winner,fan_%u_rule,fan_%u_duty_percent,fan_%u_rpm", fan, fan, fan, fan);
+    }
+    std::fprintf(file, "\n");
+}
+
+void print_csv_row(std::FILE* file, const sim::simulated_server& server) {
+    const sim::server_physics& physics = server.physics();
+    std::fprintf(file, "%.1f,%.0f,%.1f,%.1f,%.2f", server.now(), physics.load(), physics.inlet(), physics.power(),
+                 physics.fan_power());
+    for (std::size_t part = 0; part < server_part_count; ++part) {
+        std::fprintf(file, ",%.2f", physics.temperature(part));
+    }
+    for (unsigned fan = 1; fan <= server_fans; ++fan) {
+        std::fprintf(file, ",%s,%u,%.0f,%.0f", server.winner(fan).c_str(), server.claim(fan).rule, physics.duty(fan),
+                     physics.rpm(fan));
+    }
+    std::fprintf(file, "\n");
+}
