@@ -1,26 +1,15 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
-#include <cmath>
 #include <initializer_list>
-#include <limits>
 #include <string>
 
 #include "device/common_thermal_device.hpp"
 #include "device/event_status.hpp"
-#include "platform/host/host.hpp"
-#include "store/common_thermal_dao.hpp"
+#include "tests/support/host_fixture.hpp"
 
-// Devices on a host of their own, with every log line kept.
-class device_test : public ::testing::Test {
+// Devices on a host and a store of their own.
+class device_test : public host_fixture {
 protected:
-    device_test() {
-        host.log.set_file(nullptr);
-        host.log.set_mask(~0u);
-        host.log.captured().set_capacity(256);
-    }
-
     void poll(common_thermal_device& device, int times = 1) {
         for (int i = 0; i < times; ++i) {
             device.polling(&dao, 0);
@@ -35,9 +24,7 @@ protected:
 
     // What the store holds, by class name without the common part; NaN for a key that nobody wrote.
     float stored(const std::string& name, int instance = 1) const {
-        float value = std::numeric_limits<float>::quiet_NaN();
-        dao.fetch_dev("common_thermal_device_" + name, instance, &value);
-        return value;
+        return value_of("common_thermal_device_" + name, instance);
     }
 
     // Polls a device and takes its first value.
@@ -59,7 +46,4 @@ protected:
         }
         return count;
     }
-
-    thermal_host::platform host{{.virtual_time = true}};
-    common_thermal_dao dao;
 };
