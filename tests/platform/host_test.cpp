@@ -14,7 +14,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "bench/allocation_counter.hpp"
 #include "platform/clock.hpp"
 #include "platform/devices.hpp"
 #include "platform/enclosure.hpp"
@@ -83,38 +82,6 @@ TEST_F(host, clocks_can_be_set_back_and_made_to_fail) {
     EXPECT_TRUE(platform_clock::monotonic_seconds(seconds));
     _host.loop.run_for(10s);
     EXPECT_EQ(platform_clock::wall_nanoseconds(), wall - 3'590'000'000'000);
-}
-
-TEST_F(host, a_steady_loop_with_events_ports_properties_and_a_silent_log_allocates_nothing) {
-    logical_device device(nullptr, "device", "device", true);
-    cio_integer_port keyed(device, "");
-    integer_port integer("integer.1");
-    keyed.assign("A_KEY_THAT_IS_LONGER_THAN_A_SHORT_STRING");
-    integer.assign(1);
-    _host.ports.add_number(1);
-    _host.ports.add_number(keyed.key(), 1);
-    _host.loop.recorded_events().set_capacity(4);
-    _host.loop.set_handler(power_capping_controller, [](const QEvent&) {});
-    _host.loop.thermal().register_bmc_event(176, &device, true);
-    bmc_property::create("/ac/a/property/that/is/long/enough", std::uint8_t{0}, property_flags);
-    QTimeEvt timer(176);
-    timer.interval = 1;
-    timer.arm_(&_host.loop.thermal(), 1);
-    std::uint8_t round = 0;
-    _host.loop.call_every(10ms, [&] {
-        std::uint32_t value = 0;
-        int status = 0;
-        keyed.read(&value);
-        integer.accessor()->write(++round, status);
-        DM::get_property("/ac/a/property/that/is/long/enough")->set(round, property_flags, property_notify);
-        EM::postFIFO(power_capping_controller, QF::new_(20, 191));
-        LOG::log(2, 0x10000, "round %d of %s\n", round, keyed.key().c_str());
-    });
-    _host.loop.run_for(1s);
-    const allocation_counter counter;
-    _host.loop.run_for(10s);
-    EXPECT_EQ(counter.calls(), 0u);
-    EXPECT_EQ(_host.loop.recorded_events().total(), 1100u);
 }
 
 TEST_F(host, events_that_do_not_fit_are_dropped_and_counted_and_strays_refused) {
@@ -318,36 +285,6 @@ TEST_F(host, the_log_obeys_its_mask_stamps_lines_and_captures_them_as_written) {
     EXPECT_EQ(lines[0].text, "fan 3\n\n");
     EXPECT_EQ(lines[2].source, 16);
     EXPECT_EQ(lines[2].text.size(), thermal_host::log_writer::max_text - 1);
-}
-
-TEST_F(host, settings_inventory_and_enclosure_answer_as_they_were_set_up) {
-    hvt_attribute_request request{0, 1, "Power.Mode", "none", {}};
-    _host.settings.attributes["Power.Mode"] = std::string(400, '1');
-    EXPECT_EQ(hvt_get_bios_attribute_value(&request, 1, 0), 0);
-    EXPECT_EQ(std::string(request.value).size(), sizeof(request.value) - 1);
-    _host.settings.status = hvt_status_not_ready;
-    EXPECT_NE(hvt_get_bios_attribute_value(&request, 1, 0), 0);
-    EXPECT_EQ(request.status, hvt_status_not_ready);
-
-    _host.inventory.adapters = {{10, {{100, {0x1000, 2, 0x20000, 4, 5, 6, 1}}}}, {11, {}}};
-    vektdb_pci_adapter_list adapters{};
-    vektdb_pci_funkey_list keys{};
-    _VEKTDB_PCIGenericInfo info{};
-    ASSERT_EQ(vektdb_get_pci_adapter_list(&adapters), 0);
-    ASSERT_EQ(adapters.count, 2u);
-    ASSERT_EQ(vektdb_get_pci_funkey_list(adapters.adapters[0].key, &keys), 0);
-    EXPECT_EQ(vektdb_get_pci_generic_info(keys.keys[0], &info), 0);
-    EXPECT_EQ(info.slot_no, 6);
-    std::free(keys.keys);
-    EXPECT_EQ(vektdb_get_pci_funkey_list(11, &keys), 0);
-    EXPECT_EQ(keys.keys, nullptr);
-    EXPECT_NE(vektdb_get_pci_funkey_list(12, &keys), 0);
-    std::free(adapters.adapters);
-
-    EXPECT_NE(kpl_logical_device::set_cooling_value(30), 0);
-    _host.enclosure.answer = 0;
-    EXPECT_EQ(kpl_logical_device::set_cooling_value(40), 0);
-    EXPECT_THAT(_host.enclosure.cooling_values.entries(), ElementsAre(30, 40));
 }
 
 TEST_F(host, a_fatal_failure_is_told_to_the_hook_and_a_throwing_handler_gives_its_event_back) {

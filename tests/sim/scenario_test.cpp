@@ -234,20 +234,6 @@ TEST(steady_load, runs_for_an_hour_without_a_single_allocation) {
     EXPECT_NEAR(m.server.cycles() - before, 3600.0 / cycle_s, 1.0);
 }
 
-TEST(noise, is_the_same_for_the_same_seed_only) {
-    const auto readings = [](unsigned seed) {
-        machine m({}, seed);
-        std::vector<float> seen;
-        for (int i = 0; i < 20; ++i) {
-            m.server.run_for(2.0);
-            seen.push_back(m.stored("cpuvr.temperature"));
-        }
-        return seen;
-    };
-    EXPECT_EQ(readings(3), readings(3));
-    EXPECT_NE(readings(3), readings(4));
-}
-
 TEST(trace, drives_one_part_at_its_own_times) {
     load_profile profile;
     const auto table = csv_table::parse("timestamp,watts\n08:00:00,30\n08:00:50,180\n", "trace");
