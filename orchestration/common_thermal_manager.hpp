@@ -99,6 +99,7 @@ public:
         interned_name name{};
         std::uint32_t instance = 0;
         std::uint8_t value = 0;
+        int unbeaten = -1;  // a duty up to this one changes nothing for the rest of the tick
     };
     // Null if the fan does not exist; look at `claimed`, which the end of a cycle clears.
     const fan_alg_t* fan_winner(unsigned fan) const;
@@ -127,6 +128,7 @@ private:
     struct fan_target {
         common_thermal_device_fan* fan;
         fan_alg_t* row;
+        bool shares_row;   // with another device of the same instance
         fan_target* next;  // of the same low 8 bits of the instance, as rules name fans
     };
 
@@ -140,6 +142,7 @@ private:
     void poll_rule(common_thermal_algorithm& rule, unsigned long index, unsigned long now);
     void compare_asserted_rule(common_thermal_algorithm& rule);
     void add_fan_row(unsigned instance);
+    void begin_claims(const index_list& fans);
     void know_fans(const index_list& fans);
     void claim_fans(const common_thermal_algorithm& rule);
     void claim_fan(fan_target& target, const common_thermal_algorithm& rule, std::uint8_t duty);

@@ -43,6 +43,15 @@ constexpr std::pair<rule_action, void (common_thermal_manager::*)(common_thermal
 
 }  // namespace
 
+// Between two ticks an operator may have turned to a fan.
+void common_thermal_manager::begin_claims(const index_list& fans) {
+    know_fans(fans);
+    _scale_manual_speed.reset();
+    for (fan_alg_t& row : _fan_alg) {
+        row.unbeaten = -1;
+    }
+}
+
 void common_thermal_manager::know_fans(const index_list& fans) {
     if (_known_scheduler == _scheduler && _known_fans == fans) {
         return;
@@ -54,7 +63,7 @@ void common_thermal_manager::know_fans(const index_list& fans) {
         auto* fan = static_cast<common_thermal_device_fan*>(_scheduler->get_thermal_device_by_index(index));
         if (fan != nullptr) {
             add_fan_row(static_cast<unsigned>(fan->get_instance()));
-            _fan_targets.push_back({fan, nullptr, nullptr});
+            _fan_targets.push_back({fan, nullptr, false, nullptr});
         }
     }
     _targets_by_byte = {};
@@ -63,6 +72,9 @@ void common_thermal_manager::know_fans(const index_list& fans) {
         target.row = &*row_of(_fan_alg, instance);
         fan_target** end = &_targets_by_byte[instance & 0xFFu];
         while (*end != nullptr) {
+            if ((*end)->row == target.row) {
+                target.shares_row = (*end)->shares_row = true;
+            }
             end = &(*end)->next;
         }
         *end = &target;
@@ -88,8 +100,7 @@ bool common_thermal_manager::replaced_algorithm_fan(unsigned fan, std::uint8_t d
 }
 
 void common_thermal_manager::compare_algorithm_fan(common_thermal_algorithm* rule, const index_list& fans) {
-    _scale_manual_speed.reset();
-    know_fans(fans);
+    begin_claims(fans);
     claim_fans(*rule);
 }
 
@@ -97,7 +108,9 @@ void common_thermal_manager::compare_algorithm_fan(common_thermal_algorithm* rul
 void common_thermal_manager::claim_fans(const common_thermal_algorithm& rule) {
     for (const common_thermal_algorithm::fan_demand& demand : rule.fan_demands()) {
         for (fan_target* target = _targets_by_byte[demand.instance]; target != nullptr; target = target->next) {
-            claim_fan(*target, rule, demand.duty);
+            if (demand.duty > target->row->unbeaten) {
+                claim_fan(*target, rule, demand.duty);
+            }
         }
     }
 }
@@ -112,7 +125,9 @@ inline void common_thermal_manager::claim_fan(fan_target& target, const common_t
         row.name = rule.name_handle();
         row.instance = static_cast<std::uint32_t>(rule.get_instance());
         row.value = duty;
+        row.unbeaten = target.shares_row ? -1 : duty;
     } else if (target.fan->is_expected_speed(row.value)) {
+        row.unbeaten = target.shares_row ? -1 : row.value;
         return;  // the store has it since the row was claimed
     }
     target.fan->set_expected_speed(row.value);
@@ -125,7 +140,7 @@ void common_thermal_manager::claim_manually(fan_target& target) {
     }
     const unsigned speed = target.fan->get_manual_speed();
     const long duty = *_scale_manual_speed ? std::lround(speed * 100.0 / 255.0) : static_cast<long>(speed);
-    *target.row = {target.row->fan, true, manual_fan_speed, 1, static_cast<std::uint8_t>(duty)};
+    *target.row = {target.row->fan, true, manual_fan_speed, 1, static_cast<std::uint8_t>(duty), -1};
 }
 
 bool common_thermal_manager::replaced_algorithm_capping(unsigned kind, std::uint16_t value) const {

@@ -75,6 +75,7 @@ void common_thermal_manager::arm_timer(unsigned ticks) {
     _timer->arm_(DM::get_controller(thermal_controller), ticks);
 }
 
+// Requests and results need the store; a step between them may not.
 void common_thermal_manager::end_cycle(unsigned long now) {
     if (_dao != nullptr) {
         serve_one_request(now);
@@ -120,8 +121,7 @@ void common_thermal_manager::poll_thermal_algorithm(unsigned long now) {
     LOG::log(log_source, log_mask::tick, "common_thermal_manager::%s BEGIN Algorithm\n", "poll_thermal_algorithm");
     const index_list& fans = _scheduler->fan_indices();
     _dao->reserve_fan_alg(static_cast<unsigned>(fans.size()));
-    _scale_manual_speed.reset();
-    know_fans(fans);
+    begin_claims(fans);
     const std::uint32_t* list = _scheduler->get_current_scheduler_list();
     const std::uint32_t size = _scheduler->get_current_scheduler_list_size();
     for (std::uint32_t i = 0; i < size; ++i) {

@@ -15,7 +15,6 @@ namespace {
 // Counts rules; the rule set owns them.
 class rule_counter : public algorithm_list {
 public:
-    virtual ~rule_counter() = default;
     void free_all_thermal_algorithm_list() override { _count = 0; }
     unsigned get_thermal_algorithm_size() const override { return _count; }
     void add_thermal_algorithm(unsigned, common_thermal_algorithm*) override { ++_count; }

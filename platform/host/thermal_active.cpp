@@ -44,10 +44,9 @@ void thermal_active::deliver(const QEvent& event) {
     }
 }
 
-void thermal_active::forget(const logical_device* device) {
+void thermal_active::forget(logical_device* device) {
     for (auto& [signal, devices] : _subscribers) {
-        std::replace(devices.begin(), devices.end(), const_cast<logical_device*>(device),
-                     static_cast<logical_device*>(nullptr));
+        std::replace(devices.begin(), devices.end(), device, static_cast<logical_device*>(nullptr));
     }
     if (_device == device) {
         _device = nullptr;

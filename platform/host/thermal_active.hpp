@@ -18,7 +18,7 @@ public:
     void set_device(logical_device* device) { _device = device; }
     void deliver(const QEvent& event);
     // Ends all subscriptions of a device, also from inside deliver().
-    void forget(const logical_device* device);
+    void forget(logical_device* device);
 
 private:
     // The subscribers of a signal; null for one that went, so that positions stand while an event is delivered.

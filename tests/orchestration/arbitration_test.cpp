@@ -21,7 +21,7 @@ protected:
     void ask(wish of_a, wish of_b, wish of_c) { a.ask(of_a), b.ask(of_b), c.ask(of_c); }
     struct three_wishes {
         wish a, b, c;
-        const char* winner;
+        const char* winner = nullptr;
     };
 
     common_thermal_device_fan fan{1}, twin{1};

@@ -12,10 +12,11 @@ using thermal_host::log_level;
 using names = std::vector<std::string>;
 
 class loading_test : public manager_test {
-protected:
+public:
     loading_test() { manager.set_algorithm_parse_file(path); }
     ~loading_test() override { std::remove(path.c_str()); }
 
+protected:
     void write(const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
     static std::string count(const std::string& text) { return "[SUMMARY]\nALGORITHM_COUNT=" + text + "\n"; }
     static std::string rule(int number, const std::string& entries = {}) {

@@ -58,7 +58,7 @@ private:
 
 // A manager on a host of its own. Nothing runs before start().
 class manager_test : public device_test {
-protected:
+public:
     manager_test() {
         common_thermal_manager::_scheduler = &scheduler;
         common_thermal_manager::_dao = &dao;
@@ -70,6 +70,7 @@ protected:
         common_thermal_manager::_dao = nullptr;
     }
 
+protected:
     // The first tick empties the list of rules.
     void start(std::initializer_list<common_thermal_device*> devices = {}, std::initializer_list<alg*> rules = {}) {
         for (common_thermal_device* device : devices) {

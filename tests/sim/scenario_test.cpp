@@ -20,7 +20,6 @@ namespace {
 
 using namespace sim;
 using testing::AllOf;
-using testing::Contains;
 using testing::HasSubstr;
 using testing::Not;
 
