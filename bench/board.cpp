@@ -151,10 +151,13 @@ void board::run_cycles(unsigned count) {
 }
 
 void board::stir(unsigned seed) {
+    const std::size_t base = seed % 2 == 0 ? 55 : 35;  // warm and cold in turn, so that no duty stays at its limit
     for (std::size_t i = 0; i < _sensors.size(); ++i) {
-        _sensors[i]->set_value(static_cast<std::uint32_t>(50 + (i * 7 + std::size_t{13} * seed) % 40));
+        _sensors[i]->set_value(static_cast<std::uint32_t>(base + (i * 7 + std::size_t{13} * seed) % 30));
     }
 }
+
+unsigned board::winner_of_first_fan() const { return _manager->fan_winner(1)->instance; }
 
 void board::reload() {
     _manager->ipmicmd_load_algorithm();

@@ -59,6 +59,8 @@ public:
     unsigned next_slot() const { return _scheduler->get_poll_counter() % 32; }
     // Moves every sensor a little: conditions hold and fail in turn, winners change.
     void stir(unsigned seed);
+    // The number of the rule that won fan 1 in the last cycle.
+    unsigned winner_of_first_fan() const;
     void reload();
 
     thermal_host::platform& host() { return _host; }

@@ -30,12 +30,17 @@ void changing_cycle(benchmark::State& state, const board_shape& shape) {
         machine.stir(seed);
         machine.run_cycles(1);
     }
+    unsigned changes = 0;
+    unsigned winner = machine.winner_of_first_fan();
     const allocation_counter allocations;
     for (auto _ : state) {
         machine.stir(++seed);
         machine.run_cycles(1);
+        changes += winner != machine.winner_of_first_fan() ? 1 : 0;
+        winner = machine.winner_of_first_fan();
     }
     state.counters["allocations"] = static_cast<double>(allocations.calls()) / static_cast<double>(state.iterations());
+    state.counters["changes"] = static_cast<double>(changes) / static_cast<double>(state.iterations());
 }
 
 // How even the 32 ticks of a cycle are: the fastest of many runs of each, the longest against the mean.
