@@ -6,11 +6,6 @@
 
 namespace {
 
-logical_device* device_of_thermal_controller() {
-    controller* owner = DM::get_controller(thermal_controller);
-    return owner != nullptr ? owner->device() : nullptr;
-}
-
 bool is_unseeded(float average) { return average == 0.0f || std::isnan(average); }
 
 float weighed(float reading, float average, std::uint8_t count) {
@@ -21,7 +16,7 @@ float weighed(float reading, float average, std::uint8_t count) {
 }  // namespace
 
 common_thermal_device::common_thermal_device(const char* name, const char* type_name, int instance, tdev_type_t type)
-    : logical_device(device_of_thermal_controller(), name, type_name, true),
+    : logical_device(common_thermal_utils::thermal_controller_device(), name, type_name, true),
       _tdev_type(type),
       _name(name),
       _instance(instance) {}

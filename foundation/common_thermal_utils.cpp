@@ -276,6 +276,11 @@ void common_thermal_utils::get_ipmi_property(const char* path, std::uint32_t& va
     value = read_or_create(path, &bmc_property::get_dword);
 }
 
+logical_device* common_thermal_utils::thermal_controller_device() {
+    controller* owner = DM::get_controller(thermal_controller);
+    return owner != nullptr ? owner->device() : nullptr;
+}
+
 int common_thermal_utils::get_uefi_pciegen_pwrbrk_mode(std::uint8_t& mode) {
     constexpr const char* function = "get_uefi_pciegen_pwrbrk_mode";
     const host_attribute_query query = query_power_brake_mode();

@@ -233,6 +233,9 @@ public:
     static void get_ipmi_property(const char* path, std::uint16_t& value);
     static void get_ipmi_property(const char* path, std::uint32_t& value);
 
+    // The device under which those of this library stand in the device tree; null where the firmware has none.
+    static logical_device* thermal_controller_device();
+
     // The host's power-brake setting, 0 to 3. Returns 0 on success; any other value leaves `mode` alone.
     static int get_uefi_pciegen_pwrbrk_mode(std::uint8_t& mode);
 

@@ -39,7 +39,7 @@ common_thermal_scheduler* common_thermal_manager::_scheduler = nullptr;
 common_thermal_dao* common_thermal_manager::_dao = nullptr;
 
 common_thermal_manager::common_thermal_manager()
-    : logical_device(nullptr, manager_name, manager_name, true),
+    : logical_device(utils::thermal_controller_device(), manager_name, manager_name, true),
       _fsm(std::make_unique<common_thermal_manager_sm>(*this)),
       _fan_maximum(common_thermal_device_fan_control::fan_maximum_name, 1) {
     set_fsm(_fsm.get());
