@@ -144,13 +144,14 @@ unsigned row_number(std::string_view key) {
     return 0;
 }
 
-// About how many lines a text has, judged by its beginning.
+// About how many lines a text has, judged by its beginning, which a strange file can make look like millions.
 std::size_t estimate_lines(text_piece text) {
     constexpr std::ptrdiff_t sample_size = 1 << 16;
+    constexpr std::size_t most = 1u << 20;
     const auto size = static_cast<std::size_t>(text.end - text.begin);
     const auto sample = static_cast<std::size_t>(std::min(text.end - text.begin, sample_size));
     const auto lines = static_cast<std::size_t>(std::count(text.begin, text.begin + sample, '\n')) + 1;
-    return sample == 0 ? 0 : size / sample * lines + lines;
+    return sample == 0 ? 0 : std::min(size / sample * lines + lines, most);
 }
 
 template <class Word>
@@ -189,7 +190,7 @@ std::uint64_t hash_of(std::string_view key, std::uint64_t seed) {
 
 // Whether the text that ends with a zero byte is `key`.
 bool is_text(const char* text, std::string_view key) {
-    return std::strncmp(text, key.data(), key.size()) == 0 && text[key.size()] == '\0';
+    return std::strlen(text) == key.size() && std::memcmp(text, key.data(), key.size()) == 0;
 }
 
 bool has_zero_byte(text_piece text) { return find(text, '\0') != nullptr; }
