@@ -5,7 +5,6 @@
 #include <initializer_list>
 #include <string_view>
 
-#include "algorithm/rule_group.hpp"
 #include "foundation/float_conversion.hpp"
 #include "foundation/log_masks.hpp"
 
@@ -247,6 +246,12 @@ void common_thermal_algorithm::parse_conditions(ini_file::std_handler* rules, co
         const operator_t op = operator_from_text(rule.text(key("CONDITION_OPS")));
         add_condition(i, std::move(value_key), value_instance, op, rule.number(key("CONDITION_VAL")));
     }
+}
+
+void common_thermal_algorithm::parse_action(ini_file::std_handler* rules, const std::string& group) {
+    if (is_supported_action_fan_map()) parse_action_fan_map(rules, group);
+    if (is_supported_action_sensor_pciegen_pwrbrk()) parse_action_pciegen_pwrbrk(rules, group);
+    if (is_supported_action_sensor_powerlimit_pci()) parse_action_powerlimit_pci(rules, group);
 }
 
 void common_thermal_algorithm::parse_action_fan_map(ini_file::std_handler* rules, const std::string& group) {

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "algorithm/rule_group.hpp"
 #include "foundation/common_thermal_utils.hpp"
 #include "foundation/export.hpp"
 #include "foundation/ini_file.hpp"
@@ -49,11 +50,14 @@ public:
 
     // Read the class's own keys of a rule group. Text that is no number leaves through an exception.
     virtual void parse_parameters(ini_file::std_handler* rules, const std::string& group) = 0;
-    virtual void parse_action(ini_file::std_handler* rules, const std::string& group) = 0;
+    // By default the lists of the targets that the class supports.
+    virtual void parse_action(ini_file::std_handler* rules, const std::string& group);
     // One computation, from the store to the result.
     virtual void poll(common_thermal_dao* dao, unsigned long timestamp) = 0;
     // The parameters, a line each.
     virtual std::string debug() = 0;
+    // The keys that parse_parameters() reads.
+    virtual std::vector<rule_key> parameter_keys() const { return {}; }
 
     int get_instance() const { return _result.instance; }
     const std::string& get_name() const { return _name.text(); }

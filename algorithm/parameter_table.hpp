@@ -1,11 +1,15 @@
 #pragma once
 
 #include <algorithm>
+#include <concepts>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <utility>
 #include <variant>
 #include <vector>
 
+#include "algorithm/common_thermal_algorithm.hpp"
 #include "algorithm/rule_group.hpp"
 #include "store/common_thermal_dao.hpp"
 
@@ -13,16 +17,21 @@
 // group and shows it. Start values stand in the record itself: they hold for a record that no rule filled.
 template <class Record>
 struct parameter {
-    const char* shown = nullptr;
-    const char* key = nullptr;  // behind "<number>."; null for what the class computes
-    std::variant<float Record::*, store_reference Record::*> member;
+    const char* shown = nullptr;  // ahead of the value; null for what the text leaves out
+    const char* key = nullptr;    // behind "<number>."; null for what the class computes
+    std::variant<std::monostate, float Record::*, std::uint32_t Record::*, bool Record::*, std::string Record::*,
+                 store_reference Record::*>
+        member{};
     const char* instance_key = nullptr;  // of a reference, whose `key` is its name's
+    const char* missing = "0";           // what a number counts as that the rule does not give
+    bool whole = false;                  // a number without a fraction, though it is kept as a float
 };
 
-// The parameter records of an algorithm by number, from 1.
+// Records of an algorithm, or rows of a record, by number from 1.
 template <class Record>
-class parameter_records {
+class numbered_list {
 public:
+    using value_type = Record;
     struct numbered_record {
         unsigned number;
         Record record;
@@ -45,50 +54,222 @@ public:
         return _records.insert(place, {number, {}})->record;
     }
 
+    std::size_t size() const { return _records.size(); }
+    bool empty() const { return _records.empty(); }
     auto begin() { return _records.begin(); }
     auto end() { return _records.end(); }
+    auto begin() const { return _records.begin(); }
+    auto end() const { return _records.end(); }
 
-    // Replaces all records by those of the rule. A key that is missing gives 0 or the empty text, not the start value.
-    template <class Table>
-    void parse(const rule_group& rule, const Table& table) {
-        const unsigned count = rule.count("PARAMETER_COUNT");
-        set_size(count);
-        for (unsigned number = 1; number <= count; ++number) {
-            numbered_key key(number);
-            Record& record = at(number);
-            for (const parameter<Record>& field : table) {
-                if (field.key != nullptr) {
-                    std::visit([&](auto member) { read(rule, key, field, record.*member); }, field.member);
-                }
+private:
+    std::vector<numbered_record> _records;  // ascending
+};
+
+template <class Record>
+concept record_with_rows = requires(Record record) {
+    record.rows;
+};
+
+struct no_row {};
+
+template <class Record>
+struct row_of {
+    using type = no_row;
+};
+template <record_with_rows Record>
+struct row_of<Record> {
+    using type = typename decltype(Record::rows)::value_type;
+};
+
+// The rows of a record: its member `rows`, a numbered_list. Their keys are "<number>.<key>.<row>".
+template <class Row>
+struct row_layout {
+    const char* count_key = nullptr;
+    const char* count_shown = nullptr;
+    const char* heading = nullptr;  // shown ahead of each row, with the row's number
+    std::span<const parameter<Row>> fields{};
+};
+
+// What a record consists of, in the order of the diagnostic text.
+template <class Record>
+struct parameter_layout {
+    std::span<const parameter<Record>> fields;
+    const char* closing = "";  // shown behind each record
+    row_layout<typename row_of<Record>::type> rows{};
+    std::span<const parameter<Record>> behind_rows{};
+};
+
+// Fills a record, or a row, from the keys of one number.
+template <class Record>
+class record_reader {
+public:
+    record_reader(const rule_group& rule, numbered_key& key) : _rule(rule), _key(key) {}
+
+    void read(std::span<const parameter<Record>> fields, Record& record) {
+        for (const parameter<Record>& field : fields) {
+            if (field.key != nullptr) {
+                std::visit([&](auto member) { read_member(field, record, member); }, field.member);
             }
         }
     }
 
-    template <class Table>
-    static std::string debug_text(unsigned number, const Record& record, const Table& table) {
-        std::string text = "\nindex=" + std::to_string(number);
-        for (const parameter<Record>& field : table) {
-            text += std::string("\n") + field.shown + "=" +
-                    std::visit([&record](auto member) { return text_of(record.*member); }, field.member);
+private:
+    using field_type = parameter<Record>;
+
+    void read_member(const field_type&, Record&, std::monostate) {}
+    void read_member(const field_type& field, Record& record, float Record::*member) {
+        record.*member = field.whole ? static_cast<float>(_rule.integer(_key(field.key), field.missing))
+                                     : _rule.number(_key(field.key), field.missing);
+    }
+    void read_member(const field_type& field, Record& record, std::uint32_t Record::*member) {
+        record.*member = static_cast<std::uint32_t>(std::max(0, _rule.integer(_key(field.key), field.missing)));
+    }
+    void read_member(const field_type& field, Record& record, bool Record::*member) {
+        record.*member = _rule.number(_key(field.key), field.missing) != 0.0f;
+    }
+    void read_member(const field_type& field, Record& record, std::string Record::*member) {
+        record.*member = _rule.text(_key(field.key));
+    }
+    void read_member(const field_type& field, Record& record, store_reference Record::*member) {
+        std::string name = _rule.text(_key(field.key));
+        record.*member = store_reference(std::move(name), _rule.integer(_key(field.instance_key)));
+    }
+
+    const rule_group& _rule;
+    numbered_key& _key;
+};
+
+inline std::string parameter_text(float value) { return std::to_string(value); }
+inline std::string parameter_text(std::uint32_t value) { return std::to_string(value); }
+inline std::string parameter_text(bool value) { return value ? "1" : "0"; }
+inline std::string parameter_text(const std::string& value) { return value; }
+inline std::string parameter_text(const store_reference& value) {
+    return value.name() + "." + std::to_string(value.instance());
+}
+
+template <class Record>
+std::string parameter_text(std::span<const parameter<Record>> fields, const Record& record) {
+    std::string text;
+    for (const parameter<Record>& field : fields) {
+        if (field.shown == nullptr) {
+            continue;
+        }
+        text += field.shown;
+        std::visit(
+            [&](auto member) {
+                if constexpr (!std::same_as<decltype(member), std::monostate>) {
+                    text += parameter_text(record.*member);
+                }
+            },
+            field.member);
+    }
+    return text;
+}
+
+// The keys that a table reads, with `lead` ahead and `tail` behind each.
+template <class Record>
+void add_rule_keys(std::vector<rule_key>& keys, std::span<const parameter<Record>> fields, const std::string& lead,
+                   const std::string& tail) {
+    for (const parameter<Record>& field : fields) {
+        if (field.key == nullptr) {
+            continue;
+        }
+        const bool is_text =
+            std::holds_alternative<std::string Record::*>(field.member) || field.instance_key != nullptr;
+        keys.push_back({lead + field.key + tail, is_text ? "" : field.missing});
+        if (field.instance_key != nullptr) {
+            keys.push_back({lead + field.instance_key + tail, "0"});
+        }
+    }
+}
+
+// An algorithm whose parameters are records of one kind. Reads them, shows them and names their keys; a class adds its
+// setters and its poll().
+template <class Record>
+class algorithm_with_parameters : public common_thermal_algorithm {
+public:
+    using parameter_t = Record;
+
+    // Frees all records and makes `count` new ones.
+    void set_parameter_size(unsigned count) { _records.set_size(count); }
+
+    // Replaces all records by those of the rule. A key that is missing gives its default, not the start value.
+    void parse_parameters(ini_file::std_handler* rules, const std::string& group) override {
+        const rule_group rule(*rules, group.c_str());
+        const unsigned count = rule.count("PARAMETER_COUNT");
+        set_parameter_size(count);
+        for (unsigned number = 1; number <= count; ++number) {
+            numbered_key key(number);
+            Record& record = _records.at(number);
+            record_reader<Record> reader(rule, key);
+            reader.read(_layout.fields, record);
+            parse_rows(rule, number, record);
+            reader.read(_layout.behind_rows, record);
+        }
+    }
+
+    std::string debug() override {
+        std::string text;
+        for (const auto& [number, record] : _records) {
+            text += "\nindex=" + std::to_string(number) + parameter_text(_layout.fields, record) + rows_text(record) +
+                    parameter_text(_layout.behind_rows, record) + _layout.closing;
         }
         return text;
     }
 
+    std::vector<rule_key> parameter_keys() const override {
+        std::vector<rule_key> keys{{"PARAMETER_COUNT", "0"}};
+        add_rule_keys(keys, _layout.fields, "n.", "");
+        if constexpr (record_with_rows<Record>) {
+            keys.push_back({std::string("n.") + _layout.rows.count_key, "0"});
+            add_rule_keys(keys, _layout.rows.fields, "n.", ".m");
+        }
+        add_rule_keys(keys, _layout.behind_rows, "n.", "");
+        return keys;
+    }
+
+protected:
+    // `layout` is borrowed for good.
+    algorithm_with_parameters(const parameter_layout<Record>& layout, const char* name, int instance, talg_type_t type,
+                              std::uint32_t action_support = 0)
+        : common_thermal_algorithm(name, instance, type, action_support), _layout(layout) {}
+
+    Record& record(unsigned index) { return _records.at(index); }
+    auto& row(unsigned index, unsigned row_number) requires record_with_rows<Record> {
+        return _records.at(index).rows.at(row_number);
+    }
+    numbered_list<Record>& records() { return _records; }
+
 private:
-    using field_of_record = parameter<Record>;
-
-    static void read(const rule_group& rule, numbered_key& key, const field_of_record& field, float& value) {
-        value = rule.number(key(field.key));
-    }
-    static void read(const rule_group& rule, numbered_key& key, const field_of_record& field, store_reference& value) {
-        std::string name = rule.text(key(field.key));
-        value = store_reference(std::move(name), rule.integer(key(field.instance_key)));
-    }
-
-    static std::string text_of(float value) { return std::to_string(value); }
-    static std::string text_of(const store_reference& value) {
-        return value.name() + "." + std::to_string(value.instance());
+    void parse_rows(const rule_group& rule, unsigned number, Record& record) {
+        if constexpr (record_with_rows<Record>) {
+            const unsigned count = rule.count(numbered_key(number)(_layout.rows.count_key));
+            record.rows.set_size(count);
+            for (unsigned row_number = 1; row_number <= count; ++row_number) {
+                numbered_key key(number, row_number);
+                record_reader<typename row_of<Record>::type>(rule, key).read(_layout.rows.fields,
+                                                                             record.rows.at(row_number));
+            }
+        }
     }
 
-    std::vector<numbered_record> _records;  // ascending
+    std::string rows_text(const Record& record) const {
+        std::string text;
+        if constexpr (record_with_rows<Record>) {
+            const auto& layout = _layout.rows;
+            if (layout.count_shown != nullptr) {
+                text += layout.count_shown + std::to_string(record.rows.size());
+            }
+            for (const auto& [number, row] : record.rows) {
+                if (layout.heading != nullptr) {
+                    text += layout.heading + std::to_string(number);
+                }
+                text += parameter_text(layout.fields, row);
+            }
+        }
+        return text;
+    }
+
+    const parameter_layout<Record>& _layout;
+    numbered_list<Record> _records;
 };

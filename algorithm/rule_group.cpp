@@ -8,8 +8,6 @@
 
 namespace {
 
-constexpr const char* missing_number = "0";
-
 // Most numbers of a rule file are a few plain digits, exact in every type here.
 std::optional<int> plain_number(const char* text) {
     constexpr int most_digits = 7;
@@ -28,14 +26,14 @@ std::optional<int> plain_number(const char* text) {
 
 }  // namespace
 
-int rule_group::integer(std::string_view key) const {
-    const char* text = _rules.get_value(_group, key, missing_number);
+int rule_group::integer(std::string_view key, const char* missing) const {
+    const char* text = _rules.get_value(_group, key, missing);
     const std::optional<int> plain = plain_number(text);
     return plain ? *plain : std::stoi(text);
 }
 
 std::uint32_t rule_group::unsigned_integer(std::string_view key) const {
-    const auto wide = static_cast<std::uint64_t>(std::stoul(_rules.get_value(_group, key, missing_number)));
+    const auto wide = static_cast<std::uint64_t>(std::stoul(_rules.get_value(_group, key, "0")));
     const std::uint64_t magnitude = static_cast<std::int64_t>(wide) < 0 ? 0 - wide : wide;
     if (magnitude > std::numeric_limits<std::uint32_t>::max()) {
         throw std::out_of_range("stoul");
@@ -43,8 +41,8 @@ std::uint32_t rule_group::unsigned_integer(std::string_view key) const {
     return static_cast<std::uint32_t>(wide);
 }
 
-float rule_group::number(std::string_view key) const {
-    const char* text = _rules.get_value(_group, key, missing_number);
+float rule_group::number(std::string_view key, const char* missing) const {
+    const char* text = _rules.get_value(_group, key, missing);
     const std::optional<int> plain = plain_number(text);
     return plain ? static_cast<float>(*plain) : std::stof(text);
 }

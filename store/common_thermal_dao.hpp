@@ -145,7 +145,7 @@ private:
     std::array<index_row, 7> _cap_alg_index{};
 };
 
-// A store value that an algorithm reads again and again: name and instance, with the place remembered.
+// A store value that an algorithm reads or writes again and again: name and instance, with the place remembered.
 class store_reference {
 public:
     store_reference() = default;
@@ -165,6 +165,8 @@ public:
         }
         return stored != nullptr;
     }
+    // A key that is not there is made.
+    void store(common_thermal_dao& dao, float value) { dao.store_dev(_name, _instance, _place, value); }
 
 private:
     std::string _name;

@@ -3,37 +3,41 @@
 #include "foundation/float_conversion.hpp"
 #include "foundation/log_masks.hpp"
 
-const parameter<pid_regulator::parameter_t> pid_regulator::table[] = {
-    {"x_key", "PARAMETER_X_PREFIX", &parameter_t::x_reference, "PARAMETER_X_INST"},
-    {"y_key", "PARAMETER_Y_PREFIX", &parameter_t::y_reference, "PARAMETER_Y_INST"},
-    {"x", nullptr, &parameter_t::x},
-    {"y", nullptr, &parameter_t::y},
-    {"kp", "PARAMETER_X_KP", &parameter_t::kp},
-    {"ki", "PARAMETER_X_KI", &parameter_t::ki},
-    {"kd", "PARAMETER_X_KD", &parameter_t::kd},
-    {"target_high", "PARAMETER_X_TARGET_HI", &parameter_t::target_high},
-    {"target_low", "PARAMETER_X_TARGET_LO", &parameter_t::target_low},
-    {"r", nullptr, &parameter_t::r},
-    {"r_max", "PARAMETER_R_MAX", &parameter_t::r_max},
-    {"error1", nullptr, &parameter_t::error1},
-    {"error2", nullptr, &parameter_t::error2},
-    {"error3", nullptr, &parameter_t::error3},
+namespace {
+
+using p = pid_parameter;
+
+constexpr parameter<p> fields[] = {
+    {"\nx_key=", "PARAMETER_X_PREFIX", &p::x_reference, "PARAMETER_X_INST"},
+    {"\ny_key=", "PARAMETER_Y_PREFIX", &p::y_reference, "PARAMETER_Y_INST"},
+    {"\nx=", nullptr, &p::x},
+    {"\ny=", nullptr, &p::y},
+    {"\nkp=", "PARAMETER_X_KP", &p::kp},
+    {"\nki=", "PARAMETER_X_KI", &p::ki},
+    {"\nkd=", "PARAMETER_X_KD", &p::kd},
+    {"\ntarget_high=", "PARAMETER_X_TARGET_HI", &p::target_high},
+    {"\ntarget_low=", "PARAMETER_X_TARGET_LO", &p::target_low},
+    {"\nr=", nullptr, &p::r},
+    {"\nr_max=", "PARAMETER_R_MAX", &p::r_max},
+    {"\nerror1=", nullptr, &p::error1},
+    {"\nerror2=", nullptr, &p::error2},
+    {"\nerror3=", nullptr, &p::error3},
 };
 
+constexpr parameter_layout<p> layout{
+    .fields = fields,
+    .closing = "\nr=y + kp*(error(n)-error(n-1)) + ki*error(n) + kd*(error(n)-2*error(n-1)+error(n-2))",
+};
+
+}  // namespace
+
 pid_regulator::pid_regulator(const char* name, int instance, pid_band_policy policy)
-    : common_thermal_algorithm(name, instance, common_thermal_utils::talg_pid, action_fan_map), _policy(policy) {}
-
-void pid_regulator::parse_parameters(ini_file::std_handler* rules, const std::string& group) {
-    _records.parse(rule_group(*rules, group.c_str()), table);
-}
-
-void pid_regulator::parse_action(ini_file::std_handler* rules, const std::string& group) {
-    parse_action_fan_map(rules, group);
-}
+    : algorithm_with_parameters(layout, name, instance, common_thermal_utils::talg_pid, action_fan_map),
+      _policy(policy) {}
 
 void pid_regulator::poll(common_thermal_dao* dao, unsigned long) {
     float last = 0.0f;
-    for (auto& [number, record] : _records) {
+    for (auto& [number, record] : records()) {
         last = 0.0f;
         float x = 0.0f;
         float y = 0.0f;
@@ -52,7 +56,7 @@ void pid_regulator::poll(common_thermal_dao* dao, unsigned long) {
     set_result(last);
 }
 
-void pid_regulator::log_record(const parameter_t& record, bool computed, float x, float y) const {
+void pid_regulator::log_record(const pid_parameter& record, bool computed, float x, float y) const {
     const char* class_name = get_name().c_str();
     LOG::log(log_source, log_mask::outcome, "%s::%s - %s.%d\n", class_name, "poll", record.x_reference.name().c_str(),
              record.x_reference.instance());
@@ -61,15 +65,6 @@ void pid_regulator::log_record(const parameter_t& record, bool computed, float x
              get_key_custom_result().c_str(), computed ? 1 : 0, shown(record.r_max), shown(record.r),
              shown(record.target_high), shown(record.target_low), shown(x), shown(y), shown(record.error1),
              shown(record.error2), shown(record.error3));
-}
-
-std::string pid_regulator::debug() {
-    std::string text;
-    for (const auto& [number, record] : _records) {
-        text += parameter_records<parameter_t>::debug_text(number, record, table);
-        text += "\nr=y + kp*(error(n)-error(n-1)) + ki*error(n) + kd*(error(n)-2*error(n-1)+error(n-2))";
-    }
-    return text;
 }
 
 common_thermal_algorithm_pid::common_thermal_algorithm_pid(int instance)
