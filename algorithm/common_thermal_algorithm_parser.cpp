@@ -1,7 +1,9 @@
 #include "algorithm/common_thermal_algorithm_parser.hpp"
 
-#include <string_view>
+#include <algorithm>
+#include <iterator>
 
+#include "algorithm/control/log.hpp"
 #include "algorithm/control/pid.hpp"
 #include "algorithm/rule_group.hpp"
 
@@ -13,7 +15,7 @@ constexpr std::string_view rule_suffix = ".ALGORITHM";
 using algorithm_factory = std::unique_ptr<common_thermal_algorithm> (*)(int instance);
 
 template <class Algorithm>
-std::unique_ptr<common_thermal_algorithm> make(int instance) {
+std::unique_ptr<common_thermal_algorithm> new_rule(int instance) {
     return std::make_unique<Algorithm>(instance);
 }
 
@@ -24,19 +26,11 @@ struct rule_type {
 
 // The types a rule can name, each under its class name.
 constexpr rule_type rule_types[] = {
-    {"common_thermal_algorithm_pid", make<common_thermal_algorithm_pid>},
-    {"common_thermal_algorithm_pid_v2", make<common_thermal_algorithm_pid_v2>},
-    {"common_thermal_algorithm_pid_v3", make<common_thermal_algorithm_pid_v3>},
+    {"common_thermal_algorithm_pid", new_rule<common_thermal_algorithm_pid>},
+    {"common_thermal_algorithm_pid_v2", new_rule<common_thermal_algorithm_pid_v2>},
+    {"common_thermal_algorithm_pid_v3", new_rule<common_thermal_algorithm_pid_v3>},
+    {"common_thermal_algorithm_log", new_rule<common_thermal_algorithm_log>},
 };
-
-algorithm_factory factory_of(std::string_view type) {
-    for (const rule_type& row : rule_types) {
-        if (row.name == type) {
-            return row.make;
-        }
-    }
-    return nullptr;
-}
 
 void parse(common_thermal_algorithm& rule, ini_file::std_handler& rules, const std::string& group) {
     rule.parse_result_name(&rules, group);
@@ -61,14 +55,25 @@ void common_thermal_algorithm_parser::generate_algorithm_rule(const std::string&
     // A number without a group would only be skipped, so the groups that are there decide, however high the count is.
     for (const int number : rules.numbered_groups(rule_suffix, set.announced)) {
         set.group = std::to_string(number).append(rule_suffix);
-        const algorithm_factory factory = factory_of(rule_group(rules, set.group.c_str()).text("TYPE"));
-        if (factory == nullptr) {
+        auto rule = make(rule_group(rules, set.group.c_str()).text("TYPE"),
+                         static_cast<int>(list->get_thermal_algorithm_size() + 1));
+        if (rule == nullptr) {
             continue;
         }
-        auto rule = factory(static_cast<int>(list->get_thermal_algorithm_size() + 1));
         parse(*rule, rules, set.group);
         set.rules.push_back(std::move(rule));
         list->add_thermal_algorithm(static_cast<unsigned>(number), set.rules.back().get());
     }
     list->add_thermal_algorithm_done();
+}
+
+std::vector<std::string_view> common_thermal_algorithm_parser::types() {
+    std::vector<std::string_view> names;
+    std::ranges::transform(rule_types, std::back_inserter(names), &rule_type::name);
+    return names;
+}
+
+std::unique_ptr<common_thermal_algorithm> common_thermal_algorithm_parser::make(std::string_view type, int instance) {
+    const auto* row = std::ranges::find(rule_types, type, &rule_type::name);
+    return row == std::end(rule_types) ? nullptr : row->make(instance);
 }

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "algorithm/algorithm_list.hpp"
@@ -21,4 +22,9 @@ struct THERMAL_API common_thermal_algorithm_parser {
     // Text that is no number leaves through std::invalid_argument or std::out_of_range: from the count with the old
     // rules still in place, from a rule with those before it built.
     static void generate_algorithm_rule(const std::string& path, algorithm_list* list, rule_set& set);
+
+    // What a rule can name as its TYPE.
+    static std::vector<std::string_view> types();
+    // A rule of that type without parameters; null if there is no such type.
+    static std::unique_ptr<common_thermal_algorithm> make(std::string_view type, int instance);
 };

@@ -10,6 +10,7 @@
 #include "device/event_status.hpp"
 #include "device/fan/fan_control.hpp"
 #include "device/uefi.hpp"
+#include "foundation/diagnostic_file.hpp"
 #include "foundation/log_masks.hpp"
 
 namespace {
@@ -18,7 +19,6 @@ using utils = common_thermal_utils;
 
 constexpr const char* manager_name = "common_thermal_manager";
 constexpr const char* accelerate_policy = "/ac/vekt2/therm_override/accelerate_policy";
-constexpr const char* diagnostics_directory = "/tmp/thermal";
 constexpr bmc_signal subscribed_signals[] = {
     149, 225, 134, 135, 304, 132, 128, 129, 87, common_thermal_manager::timer_signal, 230, 239};
 

@@ -1,13 +1,14 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace sim {
 
 // What the library would make of a rule file.
 struct rule_check {
-    std::string error;    // "file:line: what is wrong"; empty for a file that loads
-    std::string warning;  // rules that were announced and not built
+    std::string error;                  // "file:line: what is wrong"; empty for a file that loads
+    std::vector<std::string> warnings;  // alike: rules that were announced and not built, keys that no rule reads
     unsigned rules = 0;
 };
 

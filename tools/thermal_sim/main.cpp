@@ -164,8 +164,8 @@ void check_rules(const std::string& path) {
     if (!check.error.empty()) {
         throw bad_input(check.error);
     }
-    if (!check.warning.empty()) {
-        std::fprintf(stderr, "warning: %s\n", check.warning.c_str());
+    for (const std::string& warning : check.warnings) {
+        std::fprintf(stderr, "warning: %s\n", warning.c_str());
     }
 }
 
