@@ -4,8 +4,10 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iterator>
+#include <span>
 #include <stdexcept>
+
+#include "bench/rules_of_every_type.hpp"
 
 namespace {
 
@@ -23,22 +25,47 @@ thermal_host::host_options options() {
     return chosen;
 }
 
-void write_rule(std::ostream& file, const board_shape& shape, unsigned rule) {
-    const unsigned sensor = rule % (shape.devices - 2 * shape.fans) + 1;
-    file << "[" << rule << ".ALGORITHM]\nTYPE=common_thermal_algorithm_pid_v2\nNAME=ZONE_" << rule
-         << "\nPARAMETER_COUNT=1\n1.PARAMETER_X_PREFIX=" << sensor_class
+struct sample_condition {
+    const char* value;
+    const char* comparison;
+    const char* threshold;
+};
+constexpr sample_condition holding[] = {
+    {"valid", "OP_EQ", "1"}, {"temperature", "OP_GT", "0"}, {"margin", "OP_LT", "200"}};
+constexpr sample_condition failing[] = {{"valid", "OP_EQ", "2"}};
+
+void write_conditions(std::ostream& file, std::span<const sample_condition> conditions, unsigned sensor) {
+    file << "CONDITION_COUNT=" << conditions.size() << "\n";
+    for (unsigned number = 1; const auto& [value, comparison, threshold] : conditions) {
+        file << number << ".CONDITION_KEY_PREFIX=" << sensor_class << "." << value << "\n"
+             << number << ".CONDITION_INST=" << sensor << "\n"
+             << number << ".CONDITION_OPS=" << comparison << "\n"
+             << number << ".CONDITION_VAL=" << threshold << "\n";
+        ++number;
+    }
+}
+
+void write_pid_rule(std::ostream& file, const board_shape& shape, unsigned rule, unsigned sensor) {
+    file << "TYPE=common_thermal_algorithm_pid_v2\nPARAMETER_COUNT=1\n1.PARAMETER_X_PREFIX=" << sensor_class
          << ".temperature\n1.PARAMETER_X_INST=" << sensor
          << "\n1.PARAMETER_Y_PREFIX=common_thermal_device_fan.pwm\n1.PARAMETER_Y_INST=" << rule % shape.fans + 1
          << "\n1.PARAMETER_X_TARGET_HI=65\n1.PARAMETER_X_TARGET_LO=60\n1.PARAMETER_X_KP=1.5\n1.PARAMETER_X_KI=0.2\n"
-            "1.PARAMETER_X_KD=0.05\n1.PARAMETER_R_MAX=100\nCONDITION_COUNT=3\n";
-    const char* const conditions[][3] = {
-        {"valid", "OP_EQ", "1"}, {"temperature", "OP_GT", "0"}, {"margin", "OP_LT", "200"}};
-    for (unsigned i = 0; i < std::size(conditions); ++i) {
-        const unsigned number = i + 1;
-        file << number << ".CONDITION_KEY_PREFIX=" << sensor_class << "." << conditions[i][0] << "\n"
-             << number << ".CONDITION_INST=" << sensor << "\n"
-             << number << ".CONDITION_OPS=" << conditions[i][1] << "\n"
-             << number << ".CONDITION_VAL=" << conditions[i][2] << "\n";
+            "1.PARAMETER_X_KD=0.05\n1.PARAMETER_R_MAX=100\n";
+}
+
+void write_rule(std::ostream& file, const board_shape& shape, unsigned rule) {
+    const unsigned sensor = rule % (shape.devices - 2 * shape.fans) + 1;
+    const sample_rule& sample = sample_rules()[rule % sample_rules().size()];
+    file << "[" << rule << ".ALGORITHM]\nNAME=ZONE_" << rule << "\n";
+    if (shape.mix == rule_mix::pid) {
+        write_pid_rule(file, shape, rule, sensor);
+    } else {
+        file << "TYPE=" << sample.type << "\n" << parameters_for(sample, sensor);
+    }
+    if (shape.mix == rule_mix::every_type_failing) {
+        write_conditions(file, failing, sensor);
+    } else {
+        write_conditions(file, holding, sensor);
     }
     file << "FAN_MAP_COUNT=" << shape.fans_per_rule << "\n";
     for (unsigned i = 0; i < shape.fans_per_rule; ++i) {

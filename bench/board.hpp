@@ -14,18 +14,27 @@
 #include "orchestration/common_thermal_manager.hpp"
 #include "platform/host/host.hpp"
 
+// Which rules a board runs: PID rules with three conditions, one type after the other, or the same with a condition
+// that never holds.
+enum class rule_mix { pid, every_type, every_type_failing };
+
 // The machines that performance is measured on: memory ports, log off, virtual time.
 struct board_shape {
     const char* name;
     unsigned fans;
     unsigned devices;  // of four values each, the tachometer and the output of each fan among them
-    unsigned rules;    // PID rules with three conditions
+    unsigned rules;
     unsigned fans_per_rule;
+    rule_mix mix = rule_mix::pid;
 };
 
 constexpr board_shape board_s{"S", 8, 60, 40, 8};
 constexpr board_shape board_l{"L", 64, 400, 300, 16};
 constexpr board_shape board_max{"MAX", 64, 10000, 12000, 16};
+constexpr board_shape board_l_all{"L-ALL", 64, 400, 300, 16, rule_mix::every_type};
+constexpr board_shape board_l_fail{"L-FAIL", 64, 400, 300, 16, rule_mix::every_type_failing};
+constexpr board_shape board_l_none{"L-NONE", 64, 400, 0, 16};
+constexpr board_shape all_boards[] = {board_s, board_l, board_max, board_l_all, board_l_fail, board_l_none};
 
 // A rule file for the shape, as a platform engineer would write it.
 void write_rules(std::ostream& file, const board_shape& shape);

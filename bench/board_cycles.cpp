@@ -25,11 +25,11 @@ void load_rules(unsigned loads) {
 
 }  // namespace
 
-// thermal_board_cycles S|L|MAX CYCLES: that many cycles of a board, and nothing else, for an instruction counter.
+// thermal_board_cycles BOARD CYCLES: that many cycles of a board, and nothing else, for an instruction counter.
 // thermal_board_cycles RULES LOADS: that many loads of 12,000 rules.
 int main(int argc, char** argv) {
     if (argc != 3) {
-        std::fprintf(stderr, "usage: %s S|L|MAX CYCLES or RULES LOADS\n", argv[0]);
+        std::fprintf(stderr, "usage: %s BOARD CYCLES or RULES LOADS\n", argv[0]);
         return 2;
     }
     const auto count = static_cast<unsigned>(std::strtoul(argv[2], nullptr, 10));
@@ -37,7 +37,7 @@ int main(int argc, char** argv) {
         load_rules(count);
         return 0;
     }
-    for (const board_shape& shape : {board_s, board_l, board_max}) {
+    for (const board_shape& shape : all_boards) {
         if (std::strcmp(argv[1], shape.name) == 0) {
             board machine(shape);
             machine.run_cycles(count);

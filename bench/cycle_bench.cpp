@@ -94,6 +94,7 @@ void reload_growth(benchmark::State& state, const board_shape& shape) {
 BENCHMARK_CAPTURE(cycle, S, board_s);
 BENCHMARK_CAPTURE(cycle, L, board_l);
 BENCHMARK_CAPTURE(cycle, MAX, board_max)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(cycle, L_every_type, board_l_all);
 BENCHMARK_CAPTURE(changing_cycle, S, board_s);
 BENCHMARK_CAPTURE(changing_cycle, L, board_l);
 BENCHMARK_CAPTURE(longest_tick, S, board_s)->Iterations(200);

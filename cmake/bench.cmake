@@ -11,12 +11,16 @@ list(REMOVE_ITEM support ${runner} ${benchmarks})
 
 if(support)
     add_library(thermal_bench_support STATIC ${support})
+    target_compile_definitions(thermal_bench_support PRIVATE THERMAL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
     target_link_libraries(thermal_bench_support PRIVATE thermal_options PUBLIC thermal)
 endif()
 
 if(EXISTS ${runner})
     # Without the allocation counter, whose own instructions would count.
-    add_executable(thermal_board_cycles ${runner} ${PROJECT_SOURCE_DIR}/bench/board.cpp)
+    set(board board.cpp rules_of_every_type.cpp)
+    list(TRANSFORM board PREPEND ${PROJECT_SOURCE_DIR}/bench/)
+    add_executable(thermal_board_cycles ${runner} ${board})
+    target_compile_definitions(thermal_board_cycles PRIVATE THERMAL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
     target_link_libraries(thermal_board_cycles PRIVATE thermal_options thermal)
 endif()
 
