@@ -33,8 +33,9 @@ int rule_group::integer(std::string_view key, const char* missing) const {
 }
 
 std::uint32_t rule_group::unsigned_integer(std::string_view key) const {
-    const auto wide = static_cast<std::uint64_t>(std::stoul(_rules.get_value(_group, key, "0")));
-    const std::uint64_t magnitude = static_cast<std::int64_t>(wide) < 0 ? 0 - wide : wide;
+    const std::string_view text = _rules.get_value(_group, key, "0");
+    const auto wide = static_cast<std::uint64_t>(std::stoul(text.data()));
+    const std::uint64_t magnitude = text.starts_with('-') ? 0 - wide : wide;
     if (magnitude > std::numeric_limits<std::uint32_t>::max()) {
         throw std::out_of_range("stoul");
     }

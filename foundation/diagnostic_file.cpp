@@ -49,6 +49,14 @@ diagnostic_file::diagnostic_file(const char* name, ...) {
     }
 }
 
+bool diagnostic_file::is_directory_ours() {
+    const int directory = open_directory();
+    if (directory >= 0) {
+        ::close(directory);
+    }
+    return directory >= 0;
+}
+
 diagnostic_file::~diagnostic_file() {
     if (is_open()) {
         flush();

@@ -19,6 +19,7 @@ public:
     diagnostic_file(const diagnostic_file&) = delete;
     diagnostic_file& operator=(const diagnostic_file&) = delete;
 
+    static bool is_directory_ours();
     bool is_open() const { return _file >= 0; }
     void text(std::string_view text);
     // At most a few hundred characters; what a longer one has beyond them is cut off.

@@ -125,23 +125,26 @@ constexpr std::string_view missing_value = "bad_key";
 constexpr std::size_t smallest_index = 64;
 constexpr std::size_t largest_file = 64u << 20;  // five times the largest policy known
 
-// The number that leads a key such as "12.FAN_MAP"; 0 without one, or for one that no list reaches.
-unsigned row_number(std::string_view key) {
-    constexpr unsigned most = 256;
+// A number from 1 to the highest that a list reaches; 0 for any other text.
+unsigned list_number(std::string_view digits) {
+    constexpr unsigned most = 4096;
     unsigned number = 0;
-    for (const char digit : key) {
-        if (digit == '.') {
-            return number;
-        }
-        if (digit < '0' || digit > '9') {
-            break;
-        }
-        number = 10 * number + static_cast<unsigned>(digit - '0');
-        if (number > most) {
-            break;
-        }
+    const auto [stopped, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    return error == std::errc() && stopped == digits.data() + digits.size() && number <= most ? number : 0;
+}
+
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+// The higher of the numbers that lead and end a key such as "12.PARAMETER_X.3".
+unsigned highest_number(std::string_view key) {
+    unsigned highest = 0;
+    if (!key.empty() && is_digit(key.front())) {
+        highest = list_number(key.substr(0, key.find('.')));
     }
-    return 0;
+    if (!key.empty() && is_digit(key.back())) {
+        highest = std::max(highest, list_number(key.substr(key.rfind('.') + 1)));
+    }
+    return highest;
 }
 
 // About how many lines a text has, judged by its beginning, which a strange file can make look like millions.
@@ -345,7 +348,7 @@ void std_handler::enter(std::string_view key, const char* value) {
     place = static_cast<std::uint32_t>(_entries.size());
     section& grown = _groups[_current_group];
     ++grown.entries;
-    grown.highest_row = std::max(grown.highest_row, row_number(key));
+    grown.highest_row = std::max(grown.highest_row, highest_number(key));
 }
 
 // Room for that many further entries, with the index at most three quarters full.

@@ -66,7 +66,7 @@ public:
     void add_entry(const ini_file_entry& added) override;
 
     // How many rows a list in a group can have that somebody wrote: as many as the group has entries, or the highest
-    // number that leads a key, up to 256 of them with gaps between.
+    // number that leads or ends a key, up to 4096 of them with gaps between.
     unsigned most_rows(int group) const;
 
     // The numbers n, ascending, of the groups named n + `suffix`, with n in plain decimal from 1 to `highest`.

@@ -44,12 +44,12 @@ void restart(p& record, unsigned long timestamp) {
 common_thermal_algorithm_log::common_thermal_algorithm_log(int instance)
     : algorithm_with_parameters(layout, "common_thermal_algorithm_log", instance, common_thermal_utils::talg_log) {}
 
-// A small buffer is there from the start; a large one grows with what it gets.
+// An ordinary buffer is there from the start; a larger one grows with what it gets.
 void common_thermal_algorithm_log::parse_parameters(ini_file::std_handler* rules, const std::string& group) {
-    constexpr std::uint32_t small = 256;
+    constexpr std::uint32_t ordinary = 2048;
     algorithm_with_parameters::parse_parameters(rules, group);
     for (auto& [number, record] : records()) {
-        record.samples.reserve(std::clamp(record.record_max, std::uint32_t{2}, small));
+        record.samples.reserve(std::clamp(record.record_max, std::uint32_t{2}, ordinary));
     }
 }
 

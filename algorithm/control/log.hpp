@@ -17,8 +17,8 @@ struct log_parameter {
     std::vector<sample> samples;
 };
 
-// Keeps the changes of store values in memory and writes them to a ring of files whenever a buffer is full. A value that
-// is not in the store leaves a gap in the times; the result stays 0.0.
+// Keeps the changes of store values in memory and writes them to a ring of files whenever a buffer is full. A value
+// that is not in the store leaves a gap in the times; the result stays 0.0.
 class THERMAL_API common_thermal_algorithm_log : public algorithm_with_parameters<log_parameter> {
 public:
     explicit common_thermal_algorithm_log(int instance);

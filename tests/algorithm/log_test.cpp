@@ -99,19 +99,35 @@ TEST_F(log_test, files_stay_in_their_directory_and_a_planted_link_is_not_followe
     EXPECT_FALSE(std::filesystem::exists(target));
     EXPECT_EQ(take(1), "0=[2, 1.000000]\n1=[2, 2.000000]\nmetadata=[timestamp:3, rcords:2]\n") << "the ring moves on";
 
-    rule.set_parameter_x(1, "../" + key, 3);
-    dao.update_dev("../" + key, 3, 1.0f, false);
+    const std::string folder = std::string(diagnostics_directory) + "/log.7000.1.1." + key;
+    std::filesystem::create_directory(folder);
+    rule.set_parameter_x(1, key + "/sub", 3);
     rule.write_log_all(4);
-    rule.set_parameter_x(1, std::string(5000, 'k'), 3);
+    EXPECT_TRUE(std::filesystem::is_empty(folder));
+    rule.set_parameter_x(1, key + std::string(300, 'k'), 3);
     rule.write_log_all(5);
-    EXPECT_FALSE(std::filesystem::exists("/tmp/" + key + ".3"));
+    for (const auto& entry : std::filesystem::directory_iterator(diagnostics_directory)) {
+        EXPECT_EQ(entry.path().string().find(key + "kkk"), std::string::npos) << "a name cut off is another name";
+    }
+}
+
+TEST_F(log_test, first_sample_is_kept_though_it_is_zero_and_a_long_file_is_whole) {
+    parse("1.PARAMETER_RECORD_MAX=1000\n1.PARAMETER_FILE_MAX=2\n");
+    std::string expected;
+    for (int i = 0; i < 500; ++i) {
+        pass(static_cast<float>(i), 100);
+        expected += std::to_string(i) + "=[100, " + std::to_string(i) + ".000000]\n";
+    }
+    rule.write_log_all(101);
+    EXPECT_EQ(take(0), expected + "metadata=[timestamp:101, rcords:500]\n");
 }
 
 TEST_F(log_test, line_tells_the_state_of_the_buffer_ahead_of_the_sample) {
     parse("1.PARAMETER_RECORD_MAX=20\n1.PARAMETER_FILE_MAX=4\n");
     pass(1.5f, 1), pass(2.5f, 2);
-    EXPECT_EQ(take_lines(log_mask::calculation),
-              (text_lines{"common_thermal_algorithm_log:: - 1.[20, 4]=0, 0, 0.00, 1.50, 1\n",
+    const std::string read = "common_thermal_algorithm_log::poll - " + key + ".3\n";
+    EXPECT_EQ(take_lines(log_mask::calculation | log_mask::outcome),
+              (text_lines{read, "common_thermal_algorithm_log:: - 1.[20, 4]=0, 0, 0.00, 1.50, 1\n", read,
                           "common_thermal_algorithm_log:: - 1.[20, 4]=1, 0, 1.50, 2.50, 2\n"}));
 }
 
