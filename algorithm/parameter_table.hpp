@@ -25,6 +25,7 @@ struct parameter {
     const char* instance_key = nullptr;  // of a reference, whose `key` is its name's
     const char* missing = "0";           // what a number counts as that the rule does not give
     bool whole = false;                  // a number without a fraction, though it is kept as a float
+    const char* instance_shown = ".";    // between the name of a reference and its instance
 };
 
 // Records of an algorithm, or rows of a record, by number from 1.
@@ -143,8 +144,8 @@ inline std::string parameter_text(float value) { return std::to_string(value); }
 inline std::string parameter_text(std::uint32_t value) { return std::to_string(value); }
 inline std::string parameter_text(bool value) { return value ? "1" : "0"; }
 inline std::string parameter_text(const std::string& value) { return value; }
-inline std::string parameter_text(const store_reference& value) {
-    return value.name() + "." + std::to_string(value.instance());
+inline std::string parameter_text(const store_reference& value, const char* instance_shown) {
+    return value.name() + instance_shown + std::to_string(value.instance());
 }
 
 template <class Record>
@@ -157,7 +158,9 @@ std::string parameter_text(std::span<const parameter<Record>> fields, const Reco
         text += field.shown;
         std::visit(
             [&](auto member) {
-                if constexpr (!std::same_as<decltype(member), std::monostate>) {
+                if constexpr (std::same_as<decltype(member), store_reference Record::*>) {
+                    text += parameter_text(record.*member, field.instance_shown);
+                } else if constexpr (!std::same_as<decltype(member), std::monostate>) {
                     text += parameter_text(record.*member);
                 }
             },
@@ -176,9 +179,12 @@ void add_rule_keys(std::vector<rule_key>& keys, std::span<const parameter<Record
         }
         const bool is_text =
             std::holds_alternative<std::string Record::*>(field.member) || field.instance_key != nullptr;
-        keys.push_back({lead + field.key + tail, is_text ? "" : field.missing});
+        const auto add = [&](const char* key, const char* missing) {
+            keys.push_back({std::string(lead).append(key).append(tail), missing});
+        };
+        add(field.key, is_text ? "" : field.missing);
         if (field.instance_key != nullptr) {
-            keys.push_back({lead + field.instance_key + tail, "0"});
+            add(field.instance_key, "0");
         }
     }
 }
