@@ -1,6 +1,7 @@
 #pragma once
 
-#include "algorithm/parameter_table.hpp"
+#include <cstdint>
+
 #include "foundation/float_conversion.hpp"
 #include "store/common_thermal_dao.hpp"
 
@@ -11,13 +12,21 @@ struct adapter_identity {
     float z = 0.0f;
 };
 
+// Whether a slot holds a card that has told who it is. Some cards have no third number.
+constexpr bool has_two_numbers(const adapter_identity& live) { return live.x != 0.0f && live.y != 0.0f; }
+constexpr bool has_three_numbers(const adapter_identity& live) { return has_two_numbers(live) && live.z != 0.0f; }
+
 // Where an identity is read. A value that is not in the store reads as 0.
 struct adapter_identity_references {
+    adapter_identity_references() = default;
+    explicit adapter_identity_references(int instance)
+        : x_reference(instance), y_reference(instance), z_reference(instance) {}
+
     store_reference x_reference;
     store_reference y_reference;
     store_reference z_reference;
 
-    adapter_identity fetch(const common_thermal_dao& dao) {
+    adapter_identity fetch_identity(const common_thermal_dao& dao) {
         adapter_identity identity;
         x_reference.fetch(dao, &identity.x);
         y_reference.fetch(dao, &identity.y);
@@ -36,15 +45,4 @@ constexpr bool is_identity_number(float of_row, float live) {
 constexpr bool is_adapter(const adapter_identity& of_row, const adapter_identity& live) {
     return is_identity_number(of_row.x, live.x) && is_identity_number(of_row.y, live.y) &&
            is_identity_number(of_row.z, live.z);
-}
-
-// The first row of this adapter, or null. Rows derive from adapter_identity.
-template <class Row>
-const Row* find_adapter(const numbered_list<Row>& rows, const adapter_identity& live) {
-    for (const auto& [number, row] : rows) {
-        if (is_adapter(row, live)) {
-            return &row;
-        }
-    }
-    return nullptr;
 }
