@@ -13,6 +13,7 @@ using utils = common_thermal_utils;
 namespace {
 
 constexpr std::uint8_t no_power_limit = 100;
+constexpr std::uint16_t no_cap = 0xFFFF;
 constexpr int custom_result_instance = 1;
 
 constexpr std::array<std::string_view, 9> operator_names{"OP_NON", "OP_EQ", "OP_LE", "OP_GE",  "OP_MASK",
@@ -139,13 +140,7 @@ void common_thermal_algorithm::hand_result_to_targets() {
     if (!supports_more_than_fans()) {
         return;
     }
-    const std::uint16_t word = saturate_to_word(_result.value);
-    if (is_supported_action_sensor_capping_cpu()) set_action_sensor_capping_cpu(word);
-    if (is_supported_action_sensor_capping_dimm()) set_action_sensor_capping_dimm(word);
-    if (is_supported_action_sensor_capping_system()) set_action_sensor_capping_system(word);
-    if (is_supported_action_sensor_capping_nvme()) set_action_sensor_capping_nvme(word);
-    if (is_supported_action_sensor_capping_fan()) set_action_sensor_capping_fan(word);
-    if (is_supported_action_sensor_capping_power_permission()) set_action_sensor_capping_power_permission(word);
+    offer_caps(saturate_to_word(_result.value));
     // A result of 0.5 brakes, although as a whole number it is 0.
     if (is_supported_action_sensor_pciegen_pwrbrk()) {
         for (const auto& [key, brake] : _action_pciegen_pwrbrk) {
@@ -157,6 +152,15 @@ void common_thermal_algorithm::hand_result_to_targets() {
             enter_powerlimit_pci(key, saturate_to_byte(_result.value));
         }
     }
+}
+
+void common_thermal_algorithm::offer_caps(std::uint16_t value) {
+    if (is_supported_action_sensor_capping_cpu()) set_action_sensor_capping_cpu(value);
+    if (is_supported_action_sensor_capping_dimm()) set_action_sensor_capping_dimm(value);
+    if (is_supported_action_sensor_capping_system()) set_action_sensor_capping_system(value);
+    if (is_supported_action_sensor_capping_nvme()) set_action_sensor_capping_nvme(value);
+    if (is_supported_action_sensor_capping_fan()) set_action_sensor_capping_fan(value);
+    if (is_supported_action_sensor_capping_power_permission()) set_action_sensor_capping_power_permission(value);
 }
 
 void common_thermal_algorithm::log_result() const {
@@ -252,6 +256,7 @@ void common_thermal_algorithm::parse_action(ini_file::std_handler* rules, const 
     if (is_supported_action_fan_map()) parse_action_fan_map(rules, group);
     if (is_supported_action_sensor_pciegen_pwrbrk()) parse_action_pciegen_pwrbrk(rules, group);
     if (is_supported_action_sensor_powerlimit_pci()) parse_action_powerlimit_pci(rules, group);
+    offer_caps(no_cap);
 }
 
 void common_thermal_algorithm::parse_action_fan_map(ini_file::std_handler* rules, const std::string& group) {

@@ -50,7 +50,7 @@ public:
 
     // Read the class's own keys of a rule group. Text that is no number leaves through an exception.
     virtual void parse_parameters(ini_file::std_handler* rules, const std::string& group) = 0;
-    // By default the lists of the targets that the class supports.
+    // By default the lists of the targets that the class supports; its caps offer nothing yet.
     virtual void parse_action(ini_file::std_handler* rules, const std::string& group);
     // One computation, from the store to the result.
     virtual void poll(common_thermal_dao* dao, unsigned long timestamp) = 0;
@@ -174,6 +174,7 @@ private:
     void enter_pciegen_pwrbrk(std::uint32_t key, bool brake);
     void enter_powerlimit_pci(std::uint32_t key, std::uint8_t limit);
     void hand_result_to_targets();
+    void offer_caps(std::uint16_t value);
     void log_result() const;
 
     interned_name _name;

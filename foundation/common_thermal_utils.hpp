@@ -153,6 +153,17 @@ public:
     // Comparison of a live store value with a rule's threshold. OP_NON, OP_MASK and OP_LAST never hold.
     enum operator_t : int { OP_NON, OP_EQ, OP_LE, OP_GE, OP_MASK, OP_NE, OP_LT, OP_GT, OP_LAST };
 
+    // How an IPMI sensor reports what is wrong with its value: thresholds go to the sensor, which judges for itself, or
+    // a state is worked out here and shown on three event ports.
+    enum sel_event_t : std::uint32_t {
+        sel_event_none = 0,
+        sel_event_thresholds = 1,
+        sel_event_bits = 2,
+        sel_event_bits_too = 3,  // the same
+        sel_event_thresholds_and_bits = 4,
+        sel_event_integers = 5,  // integer ports in place of bits
+    };
+
     // Reference to a store value.
     struct dao_t {
         std::string name;

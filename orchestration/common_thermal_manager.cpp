@@ -7,6 +7,7 @@
 #include <exception>
 #include <limits>
 
+#include "algorithm/config/nvme_cap_params.hpp"
 #include "device/event_status.hpp"
 #include "device/fan/fan_control.hpp"
 #include "device/uefi.hpp"
@@ -47,6 +48,8 @@ common_thermal_manager::common_thermal_manager()
     if (!_fsm->is_registered()) {
         LOG::err(log_source_registration, "%s::set_fsm(): add_qfsm_object returned bad value!", device_name().c_str());
     }
+    common_thermal_algorithm_config_nvme_cap_params::forget_everything();
+    common_thermal_algorithm_config_nvme_cap_params_v2::forget_everything();
 }
 
 common_thermal_manager::~common_thermal_manager() = default;
@@ -63,6 +66,8 @@ void common_thermal_manager::add_thermal_device_done() {
     }
     if (::mkdir(diagnostics_directory, 0755) != 0 && errno != EEXIST) {
         LOG::err(log_source, "%s: failed to mkdir /tmp/thermal, errno %d\n", "add_thermal_device_done", errno);
+    } else if (!diagnostic_file::is_directory_ours()) {
+        LOG::err(log_source, "%s: /tmp/thermal is not ours, no diagnostic files\n", "add_thermal_device_done");
     }
 }
 

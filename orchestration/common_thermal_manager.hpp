@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "algorithm/common_thermal_algorithm_parser.hpp"
@@ -123,6 +124,13 @@ public:
     };
     const cap_alg_t& cap_winner(capping_kind kind) const { return _cap_alg[kind]; }
 
+    // The parameters of the drives' capping that went out last, and the instance of their rule.
+    template <class... Values>
+    struct nvme_params {
+        int instance = -1;
+        std::tuple<Values...> values{};
+    };
+
 private:
     // A fan device with its row.
     struct fan_target {
@@ -150,6 +158,7 @@ private:
     void compare_capping(capping_kind kind, const common_thermal_algorithm& rule, std::uint16_t value);
     void act_on_capping(capping_kind kind, std::uint16_t value);
     void send_capping_request(capping_kind kind, std::uint16_t value) const;
+    void apply_nvme_params();
 
     std::unique_ptr<common_thermal_manager_sm> _fsm;
     std::unique_ptr<QTimeEvt> _timer;
@@ -172,6 +181,8 @@ private:
     std::array<fan_target*, 256> _targets_by_byte{};
     std::optional<bool> _scale_manual_speed;  // unknown until this tick meets a manual fan
     std::array<cap_alg_t, capping_kinds> _cap_alg{};
+    nvme_params<std::uint8_t, std::uint8_t, std::uint8_t> _nvme_params_applied;
+    nvme_params<std::uint8_t, std::uint8_t, std::uint16_t, std::uint16_t> _nvme_params_v2_applied;
 
     common_thermal_dao::dev_data_t _fan_maximum;
     common_thermal_utils _port_power_permission;

@@ -1,6 +1,9 @@
 #include <algorithm>
 #include <iterator>
+#include <optional>
 
+#include "algorithm/capping/nvme_device.hpp"
+#include "algorithm/config/nvme_cap_params.hpp"
 #include "device/fan/fan.hpp"
 #include "device/fan/fan_pwm.hpp"
 #include "foundation/log_masks.hpp"
@@ -28,27 +31,61 @@ bmc_event* new_event(QSignal signal) {
 
 enum class processors { any, intel, amd };
 
-// A request to the firmware's power capping service.
+// A request to another controller of the firmware.
 struct capping_request {
     common_thermal_manager::capping_kind kind;
     processors needed;
+    QSignal signal;
+    controller_types receiver;
     std::uint16_t code;
-    bool is_percentage;  // the service takes the share to leave out
+    std::uint16_t (*word)(std::uint16_t value);
 };
 
-constexpr QSignal capping_signal = 191;
-constexpr capping_request capping_requests[] = {
-    {common_thermal_manager::capping_cpu, processors::any, 0x2102, false},
-    {common_thermal_manager::capping_dimm, processors::intel, 0x3102, false},
-    {common_thermal_manager::capping_system, processors::intel, 0x1102, false},
-    {common_thermal_manager::capping_dimm_percentage, processors::amd, 0x3502, true},
-};
+std::uint16_t watts(std::uint16_t value) { return value; }
 
-std::uint16_t requested_word(const capping_request& request, std::uint16_t value) {
-    if (!request.is_percentage) {
-        return value;
-    }
+std::uint16_t share_to_leave_out(std::uint16_t value) {
     return value <= highest_percentage ? static_cast<std::uint16_t>(highest_percentage - value) : std::uint16_t{0};
+}
+
+std::uint16_t drive_power(std::uint16_t value) {
+    return common_thermal_algorithm_sensor_capping_nvme_device::power_val_for_sepcomm(value);
+}
+
+constexpr QSignal power_capping_signal = 191;
+constexpr QSignal drive_capping_signal = 317;
+constexpr capping_request capping_requests[] = {
+    {common_thermal_manager::capping_cpu, processors::any, power_capping_signal, power_capping_controller, 0x2102,
+     watts},
+    {common_thermal_manager::capping_dimm, processors::intel, power_capping_signal, power_capping_controller, 0x3102,
+     watts},
+    {common_thermal_manager::capping_system, processors::intel, power_capping_signal, power_capping_controller, 0x1102,
+     watts},
+    {common_thermal_manager::capping_nvme, processors::any, drive_capping_signal, storage_controller, 0, drive_power},
+    {common_thermal_manager::capping_dimm_percentage, processors::amd, power_capping_signal, power_capping_controller,
+     0x3502, share_to_leave_out},
+};
+
+using nvme_v1 = common_thermal_algorithm_config_nvme_cap_params;
+using nvme_v2 = common_thermal_algorithm_config_nvme_cap_params_v2;
+
+// What the effective rule of a class asks for; nothing without one.
+template <class Rule, class Params>
+std::optional<Params> wanted_params() {
+    Params wanted;
+    const bool is_wanted = std::apply(
+        [&wanted](auto&... values) { return Rule::get_effective_params(wanted.instance, values...); }, wanted.values);
+    return is_wanted ? std::optional(wanted) : std::nullopt;
+}
+
+// Only a change of both the rule and its values goes out: a rule that is read again with other values does not.
+template <class Rule, class Params>
+bool apply_changed(const Params& wanted, Params& applied) {
+    if (wanted.instance == applied.instance || wanted.values == applied.values) {
+        return false;
+    }
+    std::apply(Rule::apply_nvme_params, wanted.values);
+    applied = wanted;
+    return true;
 }
 
 }  // namespace
@@ -124,6 +161,26 @@ void common_thermal_manager::apply_capping_value(unsigned long) {
                  static_cast<int>(kind), row.value_applied, row.value);
         row.value_applied = row.value;
     }
+    apply_nvme_params();
+}
+
+// The second generation takes precedence, also while it has nothing new to say.
+void common_thermal_manager::apply_nvme_params() {
+    if (const auto v2 = wanted_params<nvme_v2, decltype(_nvme_params_v2_applied)>()) {
+        if (apply_changed<nvme_v2>(*v2, _nvme_params_v2_applied)) {
+            const auto& [margin_lower, margin_upper, timer_lower, timer_upper] = v2->values;
+            LOG::log(log_source, log_mask::arbitration, "common_thermal_manager::%s [%d][%u, %u, %u, %u]\n",
+                     "apply_capping_value", v2->instance, margin_lower, margin_upper, timer_lower, timer_upper);
+        }
+    } else if (const auto v1 = wanted_params<nvme_v1, decltype(_nvme_params_applied)>()) {
+        if (apply_changed<nvme_v1>(*v1, _nvme_params_applied)) {
+            const auto& [margin1, margin2, hysteresis] = v1->values;
+            LOG::log(log_source, log_mask::arbitration, "common_thermal_manager::%s [%d][%u, %u, %u]\n",
+                     "apply_capping_value", v1->instance, margin1, margin2, hysteresis);
+        }
+    }
+    nvme_v2::open_place();
+    nvme_v1::open_place();
 }
 
 void common_thermal_manager::act_on_capping(capping_kind kind, std::uint16_t value) {
@@ -148,11 +205,11 @@ void common_thermal_manager::send_capping_request(capping_kind kind, std::uint16
     if (!has_processors) {
         return;
     }
-    bmc_event* event = new_event(capping_signal);
-    event->data_word = requested_word(*request, value);
+    bmc_event* event = new_event(request->signal);
+    event->data_word = request->word(value);
     event->data_byte0 = static_cast<std::uint8_t>(request->code & 0xFF);
     event->data_byte1 = static_cast<std::uint8_t>(request->code >> 8);
-    EM::postFIFO(power_capping_controller, event);
+    EM::postFIFO(request->receiver, event);
 }
 
 void common_thermal_manager::clear_fan_pwm_value(const index_list& fans) {

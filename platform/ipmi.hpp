@@ -52,3 +52,15 @@ struct PLATFORM_API IPMI {
     // Tells the IPMI side that something moved; fire and forget.
     static void progress_notify(int code, int detail);
 };
+
+// Carries out one IPMI request on this controller; both lengths are in bytes. Returns 0 for success. The caller gives
+// room for 52 bytes of response, sets `*response_length` to 0 and does not look at either afterwards.
+//
+// The library sends one command, Set Sensor Thresholds, in 12 bytes:
+//   0 address, 0x20            4 sensor number
+//   1 network function, 0x04   5 which of the thresholds count: bit 0 the first, bit 5 the last
+//   2 logical unit             6, 7, 8 lower non-critical, critical, non-recoverable
+//   3 command, 0x26            9, 10, 11 upper non-critical, critical, non-recoverable
+// A threshold is the low byte of the rule's number without its fraction. The sensor's conversion is not applied to it.
+PLATFORM_API int send_ipmi_cmd(const std::uint8_t* request, const std::uint32_t* request_length, std::uint8_t* response,
+                               std::uint32_t* response_length);

@@ -173,4 +173,6 @@ private:
 struct PLATFORM_API physical_io_locator {
     // The board's name for a pin, empty if unknown.
     static std::string rev_find_pin_name(unsigned port);
+    // The same for a port of any kind.
+    static std::string rev_find_all(unsigned port);
 };

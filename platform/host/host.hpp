@@ -14,6 +14,7 @@
 #include "platform/host/log.hpp"
 #include "platform/host/ports.hpp"
 #include "platform/host/properties.hpp"
+#include "platform/host/sensors.hpp"
 #include "platform/host/services.hpp"
 #include "platform/state_machine.hpp"
 
@@ -66,9 +67,11 @@ public:
     property_store properties;
     event_loop loop;
     ipmi_dispatcher ipmi;
+    sensor_list sensors{ports};
     settings_service settings;
     inventory_service inventory;
     enclosure_service enclosure;
+    nvme_service nvme;
     introspection machines;
     std::map<unsigned, std::string> pin_names;
     // Called by QF::fatal_ ahead of the abort; a test may throw from it.

@@ -122,3 +122,5 @@ std::string physical_io_locator::rev_find_pin_name(unsigned port) {
     const auto found = host->pin_names.find(port);
     return found != host->pin_names.end() ? found->second : std::string();
 }
+
+std::string physical_io_locator::rev_find_all(unsigned port) { return rev_find_pin_name(port); }

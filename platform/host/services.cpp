@@ -6,6 +6,7 @@
 
 #include "platform/enclosure.hpp"
 #include "platform/host/host.hpp"
+#include "platform/nvme.hpp"
 
 namespace thermal_host {
 
@@ -91,7 +92,23 @@ int inventory_service::describe(std::uint32_t function_key, _VEKTDB_PCIGenericIn
     return not_found;
 }
 
+nvme_service::nvme_service() {
+    using firmware = sep_comm_logical_device;
+    firmware::NVME_PWR_CAP_MARGIN1 = firmware::NVME_PWR_CAP_MARGIN2 = firmware::NVME_PWR_CAP_HYSTERESIS = 0;
+    firmware::NVME_PWR_CAP_MARGIN_LOWER = firmware::NVME_PWR_CAP_MARGIN_UPPER = firmware::NVME_PWR_CAP_ALG_VER = 0;
+    firmware::NVME_PWR_CAP_TIMER_LOWER = firmware::NVME_PWR_CAP_TIMER_UPPER = 0;
+}
+
 }  // namespace thermal_host
+
+std::uint8_t sep_comm_logical_device::NVME_PWR_CAP_MARGIN1 = 0;
+std::uint8_t sep_comm_logical_device::NVME_PWR_CAP_MARGIN2 = 0;
+std::uint8_t sep_comm_logical_device::NVME_PWR_CAP_HYSTERESIS = 0;
+std::uint8_t sep_comm_logical_device::NVME_PWR_CAP_MARGIN_LOWER = 0;
+std::uint8_t sep_comm_logical_device::NVME_PWR_CAP_MARGIN_UPPER = 0;
+std::uint16_t sep_comm_logical_device::NVME_PWR_CAP_TIMER_LOWER = 0;
+std::uint16_t sep_comm_logical_device::NVME_PWR_CAP_TIMER_UPPER = 0;
+std::uint8_t sep_comm_logical_device::NVME_PWR_CAP_ALG_VER = 0;
 
 using thermal_host::platform;
 

@@ -53,4 +53,9 @@ struct enclosure_service {
     bounded_record<std::uint8_t> cooling_values{64};
 };
 
+// The drives' own power capping, whose settings are process-wide: a new host starts with all of them 0.
+struct nvme_service {
+    nvme_service();
+};
+
 }  // namespace thermal_host
