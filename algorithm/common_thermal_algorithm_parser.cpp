@@ -3,9 +3,23 @@
 #include <algorithm>
 #include <iterator>
 
+#include "algorithm/capping/level_capping.hpp"
+#include "algorithm/capping/nvme_device.hpp"
+#include "algorithm/capping/sensor_capping.hpp"
+#include "algorithm/config/nvme_cap_params.hpp"
+#include "algorithm/config/pci_limits.hpp"
+#include "algorithm/config/spike.hpp"
+#include "algorithm/config/spike_pci_list.hpp"
+#include "algorithm/control/cubic_equation.hpp"
 #include "algorithm/control/log.hpp"
 #include "algorithm/control/pid.hpp"
+#include "algorithm/control/serial_calculation.hpp"
+#include "algorithm/control/stepwise.hpp"
+#include "algorithm/control/support_list_pci_pid.hpp"
+#include "algorithm/control/support_list_pci_tier.hpp"
+#include "algorithm/control/threshold.hpp"
 #include "algorithm/rule_group.hpp"
+#include "sensor_map/ipmi_sdr_map_algorithm.hpp"
 
 namespace {
 
@@ -26,10 +40,55 @@ struct rule_type {
 
 // The types a rule can name, each under its class name.
 constexpr rule_type rule_types[] = {
+    {"common_thermal_algorithm_cubic_equation", new_rule<common_thermal_algorithm_cubic_equation>},
+    {"common_thermal_algorithm_cubic_equation_v2", new_rule<common_thermal_algorithm_cubic_equation_v2>},
     {"common_thermal_algorithm_pid", new_rule<common_thermal_algorithm_pid>},
     {"common_thermal_algorithm_pid_v2", new_rule<common_thermal_algorithm_pid_v2>},
     {"common_thermal_algorithm_pid_v3", new_rule<common_thermal_algorithm_pid_v3>},
+    {"common_thermal_algorithm_threshold", new_rule<common_thermal_algorithm_threshold>},
+    {"common_thermal_algorithm_threshold_v2", new_rule<common_thermal_algorithm_threshold_v2>},
+    {"common_thermal_algorithm_ipmi_sdr_map", new_rule<common_thermal_algorithm_ipmi_sdr_map>},
+    {"common_thermal_algorithm_sensor_capping_cpu_percentage",
+     new_rule<common_thermal_algorithm_sensor_capping_cpu_percentage>},
+    {"common_thermal_algorithm_sensor_capping_cpu_constant",
+     new_rule<common_thermal_algorithm_sensor_capping_cpu_constant>},
+    {"common_thermal_algorithm_sensor_capping_dimm", new_rule<common_thermal_algorithm_sensor_capping_dimm>},
+    {"common_thermal_algorithm_sensor_capping_dimm_percentage",
+     new_rule<common_thermal_algorithm_sensor_capping_dimm_percentage>},
+    {"common_thermal_algorithm_sensor_capping_dimm_constant",
+     new_rule<common_thermal_algorithm_sensor_capping_dimm_constant>},
+    {"common_thermal_algorithm_sensor_capping_system_percentage",
+     new_rule<common_thermal_algorithm_sensor_capping_system_percentage>},
+    {"common_thermal_algorithm_sensor_capping_system_constant",
+     new_rule<common_thermal_algorithm_sensor_capping_system_constant>},
+    {"common_thermal_algorithm_sensor_capping_power_permission",
+     new_rule<common_thermal_algorithm_sensor_capping_power_permission>},
+    {"common_thermal_algorithm_sensor_capping_fan_percentage",
+     new_rule<common_thermal_algorithm_sensor_capping_fan_percentage>},
+    {"common_thermal_algorithm_sensor_capping_pciegen_pwrbrk",
+     new_rule<common_thermal_algorithm_sensor_capping_pciegen_pwrbrk>},
+    {"common_thermal_algorithm_sensor_capping_gpu_percentage",
+     new_rule<common_thermal_algorithm_sensor_capping_gpu_percentage>},
+    {"common_thermal_algorithm_sensor_capping_nvme_device",
+     new_rule<common_thermal_algorithm_sensor_capping_nvme_device>},
+    {"common_thermal_algorithm_support_list_pci_pid", new_rule<common_thermal_algorithm_support_list_pci_pid>},
+    {"common_thermal_algorithm_support_list_pci_pid_v2", new_rule<common_thermal_algorithm_support_list_pci_pid_v2>},
+    {"common_thermal_algorithm_support_list_pci_pid_v3", new_rule<common_thermal_algorithm_support_list_pci_pid_v3>},
+    {"common_thermal_algorithm_support_list_pci_tier", new_rule<common_thermal_algorithm_support_list_pci_tier>},
+    {"common_thermal_algorithm_stepwise", new_rule<common_thermal_algorithm_stepwise>},
     {"common_thermal_algorithm_log", new_rule<common_thermal_algorithm_log>},
+    {"common_thermal_algorithm_config_spike", new_rule<common_thermal_algorithm_config_spike>},
+    {"common_thermal_algorithm_config_spike_delta", new_rule<common_thermal_algorithm_config_spike_delta>},
+    {"common_thermal_algorithm_config_spike_pci_list", new_rule<common_thermal_algorithm_config_spike_pci_list>},
+    {"common_thermal_algorithm_config_spike_delta_pci_list",
+     new_rule<common_thermal_algorithm_config_spike_delta_pci_list>},
+    {"common_thermal_algorithm_config_pci_max_watt", new_rule<common_thermal_algorithm_config_pci_max_watt>},
+    {"common_thermal_algorithm_config_pci_list_threshold",
+     new_rule<common_thermal_algorithm_config_pci_list_threshold>},
+    {"common_thermal_algorithm_config_nvme_cap_params", new_rule<common_thermal_algorithm_config_nvme_cap_params>},
+    {"common_thermal_algorithm_config_nvme_cap_params_v2",
+     new_rule<common_thermal_algorithm_config_nvme_cap_params_v2>},
+    {"common_thermal_algorithm_serial_calculation", new_rule<common_thermal_algorithm_serial_calculation>},
 };
 
 void parse(common_thermal_algorithm& rule, ini_file::std_handler& rules, const std::string& group) {

@@ -1,6 +1,7 @@
 #include "sim/server_board.hpp"
 
 #include "sim/server_parts.hpp"
+#include "sim/server_sensors.hpp"
 
 namespace sim {
 
@@ -12,6 +13,7 @@ server_board::server_board(common_thermal_manager& manager)
     add_storage_zone();
     _fan_control.set_port_input(fan_block);
     add(_fan_control);
+    add_sensors();
     _manager.add_thermal_device_done();
 }
 
@@ -60,6 +62,23 @@ void server_board::add_storage_zone() {
     _storage_tach.set_port_input(storage_fan_tach_key);
     _storage_pwm.set_port_output(storage_fan_duty_key);
     add_fan(_storage_fan, _storage_tach, _storage_pwm);
+}
+
+void server_board::add_sensors() {
+    constexpr float no_offset = 0.0f;
+    constexpr unsigned logical_unit = 0;
+    for (const server_sensor& sensor : server_sensors()) {
+        const std::string key = sensor.map_key;
+        _sensors.init_sdr_map(key);
+        _sensors.set_sdr_parameters(key, sensor.m, no_offset, sensor.k2, sensor.number, logical_unit);
+        _sensors.set_sel_type(key, sensor.events);
+        _sensors.set_port_output(key, sensor.output_port());
+        if (sensor.has_event_ports()) {
+            _sensors.set_port_discrete_event(key, sensor.event_port(1), sensor.event_port(2), sensor.event_port(3));
+        }
+    }
+    _sensors.add_depend(&_stages);
+    add(_sensors);
 }
 
 void server_board::add_chip(common_thermal_device_generic_temperature& sensor, unsigned port, temperature_chip chip) {

@@ -16,6 +16,7 @@
 #include "device/port_sensors.hpp"
 #include "device/uefi.hpp"
 #include "orchestration/common_thermal_manager.hpp"
+#include "sensor_map/ipmi_sdr_map.hpp"
 
 namespace sim {
 
@@ -44,6 +45,7 @@ private:
     void add_main_zone();
     void add_power_zone();
     void add_storage_zone();
+    void add_sensors();
     void add_fan(common_thermal_device_fan& fan, common_thermal_device_fan_tach& tach,
                  common_thermal_device_fan_pwm& pwm);
 
@@ -108,6 +110,7 @@ private:
     common_thermal_device_fanmax_tach _storage_tach{1};
     common_thermal_device_fanmax_pwm _storage_pwm{1};
     common_thermal_device_fan_control _fan_control{1};
+    common_thermal_device_ipmi_sdr_map _sensors{1};
     std::vector<common_thermal_device_fan*> _fans;  // by number - 1
 };
 

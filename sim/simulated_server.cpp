@@ -3,6 +3,8 @@
 #include <chrono>
 #include <utility>
 
+#include "sim/server_sensors.hpp"
+
 namespace sim {
 
 namespace {
@@ -45,6 +47,7 @@ simulated_server::simulated_server(const server_options& options, load_profile p
       _scheduler(std::make_unique<common_thermal_scheduler>()),
       _dao(std::make_unique<common_thermal_dao>()) {
     _host.log.set_mask(options.log_mask);
+    add_server_sensors(_host);
     common_thermal_manager::_scheduler = _scheduler.get();
     common_thermal_manager::_dao = _dao.get();
     _manager = std::make_unique<common_thermal_manager>();

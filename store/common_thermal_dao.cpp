@@ -107,17 +107,23 @@ std::vector<std::pair<std::string, float>> common_thermal_dao::values() const {
     return sorted;
 }
 
-void common_thermal_dao::update_ipmi_sdr_key_dao(const std::string& map_key, std::string name, int instance) {
-    _ipmi_sdr_key_dao[map_key] = {std::move(name), instance};
+void common_thermal_dao::update_ipmi_sdr_key_dao(const std::string& map_key, const std::string& name, int instance) {
+    common_thermal_utils::dao_t& source = _ipmi_sdr_key_dao[map_key];
+    source.name = name;
+    source.instance = instance;
+}
+
+const common_thermal_utils::dao_t* common_thermal_dao::find_ipmi_sdr_key_dao(const std::string& map_key) const {
+    const auto known = _ipmi_sdr_key_dao.find(map_key);
+    return known != _ipmi_sdr_key_dao.end() ? &known->second : nullptr;
 }
 
 bool common_thermal_dao::fetch_ipmi_sdr_key_dao(const std::string& map_key, common_thermal_utils::dao_t* out) const {
-    const auto known = _ipmi_sdr_key_dao.find(map_key);
-    if (known == _ipmi_sdr_key_dao.end()) {
-        return false;
+    const common_thermal_utils::dao_t* source = find_ipmi_sdr_key_dao(map_key);
+    if (source != nullptr) {
+        *out = *source;
     }
-    *out = known->second;
-    return true;
+    return source != nullptr;
 }
 
 void common_thermal_dao::reserve_fan_alg(unsigned fans) {

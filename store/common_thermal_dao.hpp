@@ -81,8 +81,10 @@ public:
     }
 
     // Which store value feeds the IPMI sensor known by `map_key`.
-    void update_ipmi_sdr_key_dao(const std::string& map_key, std::string name, int instance);
+    void update_ipmi_sdr_key_dao(const std::string& map_key, const std::string& name, int instance);
     bool fetch_ipmi_sdr_key_dao(const std::string& map_key, common_thermal_utils::dao_t* out) const;
+    // The same without a copy; null for an unknown sensor. Stays valid and follows every update.
+    const common_thermal_utils::dao_t* find_ipmi_sdr_key_dao(const std::string& map_key) const;
 
     // Shares the history of fan results out among `fans` fans, 63 at most. The first positive count stands.
     void reserve_fan_alg(unsigned fans);

@@ -36,6 +36,7 @@ struct arguments {
     unsigned seed = 0;
     std::string log_mask = "0";
     bool dump = false;
+    bool sensors = false;
     bool quiet = false;
 };
 
@@ -109,6 +110,7 @@ void add_options(CLI::App& app, arguments& given) {
     app.add_option("--log-mask", given.log_mask, "library log lines to show, bits as 0x80; warnings and errors always")
         ->type_name("MASK");
     app.add_flag("--dump", given.dump, "every key and value of the store at the end");
+    app.add_flag("--sensors", given.sensors, "the IPMI sensors at the end: reading, state and thresholds");
     app.add_flag("--quiet", given.quiet, "no table, only the verdict");
 }
 
@@ -238,6 +240,7 @@ bool simulate(const arguments& given, sim::load_profile profile, const std::stri
         print_row(to, server);
     }
     print_verdict(to.verdict, verdict);
+    if (given.sensors) print_sensors(to.verdict, server.host().sensors.list());
     if (given.dump) print_store(to.verdict, server.store());
     return verdict.limits_held();
 }

@@ -84,6 +84,17 @@ void print_fans(std::FILE* file, const sim::simulated_server& server) {
 
 std::string limit_text(double limit) { return std::isfinite(limit) ? std::to_string(std::lround(limit)) : "-"; }
 
+// To `width` columns on the left; a byte that continues a character takes none.
+std::string padded(std::string text, std::size_t width) {
+    const auto columns = static_cast<std::size_t>(
+        std::ranges::count_if(text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0u) != 0x80u; }));
+    return text.append(width > columns ? width - columns : 0, ' ');
+}
+
+std::string threshold_text(const std::optional<std::uint8_t>& threshold) {
+    return threshold ? std::to_string(*threshold) : "-";
+}
+
 }  // namespace
 
 void print_table_head(std::FILE* file) {
@@ -134,6 +145,23 @@ void print_verdict(std::FILE* file, const sim::verdict& verdict) {
     });
     std::fprintf(file, "\nFan energy %.1f Wh. %s\n", verdict.fan_energy_wh(),
                  verdict.limits_held() ? "Every limit held." : "A LIMIT WAS EXCEEDED.");
+}
+
+void print_sensors(std::FILE* file, const std::vector<thermal_host::sensor_report>& sensors) {
+    std::fprintf(file, "\n%-4s %-16s %8s %-5s %-16s%-27s%s\n", "no", "sensor", "reading", "", "state",
+                 "lower thresholds", "upper thresholds");
+    std::fprintf(file, "%53s%-9s%-9s%-9s%-9s%-9s%s\n", "", "non-cri", "critical", "non-rec", "non-cri", "critical",
+                 "non-rec");
+    for (const auto& sensor : sensors) {
+        const std::string reading = sensor.value ? std::to_string(std::lround(*sensor.value)) : "-";
+        std::string line = padded(std::to_string(sensor.id.number), 5) + padded(sensor.name, 17);
+        line.append(reading.size() < 8 ? 8 - reading.size() : 0, ' ');
+        line += reading + " " + padded(sensor.unit, 6) + padded(sensor_state_text(sensor.state), 16);
+        for (const auto& threshold : sensor.thresholds) {
+            line += padded(threshold_text(threshold), 9);
+        }
+        std::fprintf(file, "%s\n", line.substr(0, line.find_last_not_of(' ') + 1).c_str());
+    }
 }
 
 void print_store(std::FILE* file, const common_thermal_dao& store) {
