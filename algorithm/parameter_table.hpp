@@ -13,19 +13,26 @@
 #include "algorithm/rule_group.hpp"
 #include "store/common_thermal_dao.hpp"
 
+// A word of a rule file with its length at hand; empty for none.
+struct rule_word : std::string_view {
+    constexpr rule_word() = default;
+    constexpr rule_word(std::nullptr_t) {}                             // NOLINT(google-explicit-constructor)
+    constexpr rule_word(const char* text) : std::string_view(text) {}  // NOLINT(google-explicit-constructor)
+};
+
 // One field of a parameter record. A table of them, in the order of the diagnostic text, reads the record from a rule
 // group and shows it. Start values stand in the record itself: they hold for a record that no rule filled.
 template <class Record>
 struct parameter {
     const char* shown = nullptr;  // ahead of the value; null for what the text leaves out
-    const char* key = nullptr;    // behind "<number>."; null for what the class computes
+    rule_word key{};              // behind "<number>."; none for what the class computes
     std::variant<std::monostate, float Record::*, std::uint32_t Record::*, bool Record::*, std::string Record::*,
                  store_reference Record::*>
         member{};
-    const char* instance_key = nullptr;  // of a reference, whose `key` is its name's
-    const char* missing = "0";           // what a number counts as that the rule does not give
-    bool whole = false;                  // a number without a fraction, though it is kept as a float
-    const char* instance_shown = ".";    // between the name of a reference and its instance
+    rule_word instance_key{};          // of a reference, whose `key` is its name's
+    const char* missing = "0";         // what a number counts as that the rule does not give
+    bool whole = false;                // a number without a fraction, though it is kept as a float
+    const char* instance_shown = ".";  // between the name of a reference and its instance
 };
 
 // Records of an algorithm, or rows of a record, by number from 1.
@@ -108,7 +115,7 @@ public:
 
     void read(std::span<const parameter<Record>> fields, Record& record) {
         for (const parameter<Record>& field : fields) {
-            if (field.key != nullptr) {
+            if (!field.key.empty()) {
                 std::visit([&](auto member) { read_member(field, record, member); }, field.member);
             }
         }
@@ -174,16 +181,15 @@ template <class Record>
 void add_rule_keys(std::vector<rule_key>& keys, std::span<const parameter<Record>> fields, const std::string& lead,
                    const std::string& tail) {
     for (const parameter<Record>& field : fields) {
-        if (field.key == nullptr) {
+        if (field.key.empty()) {
             continue;
         }
-        const bool is_text =
-            std::holds_alternative<std::string Record::*>(field.member) || field.instance_key != nullptr;
-        const auto add = [&](const char* key, const char* missing) {
+        const bool is_text = std::holds_alternative<std::string Record::*>(field.member) || !field.instance_key.empty();
+        const auto add = [&](std::string_view key, const char* missing) {
             keys.push_back({std::string(lead).append(key).append(tail), missing});
         };
         add(field.key, is_text ? "" : field.missing);
-        if (field.instance_key != nullptr) {
+        if (!field.instance_key.empty()) {
             add(field.instance_key, "0");
         }
     }

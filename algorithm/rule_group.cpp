@@ -49,15 +49,16 @@ float rule_group::number(std::string_view key, const char* missing) const {
 }
 
 unsigned rule_group::count(std::string_view key) const {
-    const int wanted = integer(key);
-    if (wanted < 1) {
+    const int number = integer(key);
+    if (number < 1) {
         return 0;
     }
-    const unsigned most = _rules.most_rows(_group) + 1;
-    if (static_cast<unsigned>(wanted) <= most) {
-        return static_cast<unsigned>(wanted);
+    const auto wanted = static_cast<unsigned>(number);
+    const unsigned most = _rules.most_rows(_group, wanted) + 1;
+    if (wanted <= most) {
+        return wanted;
     }
     LOG::warn(log_source, log_mask::life_cycle, "rule group [%s]: %s=%d cut to %u, the group has no more rows\n", _name,
-              std::string(key).c_str(), wanted, most);
+              std::string(key).c_str(), number, most);
     return most;
 }

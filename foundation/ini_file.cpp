@@ -125,26 +125,35 @@ constexpr std::string_view missing_value = "bad_key";
 constexpr std::size_t smallest_index = 64;
 constexpr std::size_t largest_file = 64u << 20;  // five times the largest policy known
 
-// A number from 1 to the highest that a list reaches; 0 for any other text.
-unsigned list_number(std::string_view digits) {
+bool is_digit(char c) { return c >= '0' && c <= '9'; }
+
+// The number in [digits, end); 0 for none, or for one that no list reaches.
+unsigned list_number(const char* digits, const char* end) {
     constexpr unsigned most = 4096;
     unsigned number = 0;
-    const auto [stopped, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    return error == std::errc() && stopped == digits.data() + digits.size() && number <= most ? number : 0;
+    for (; digits != end; ++digits) {
+        number = 10 * number + static_cast<unsigned>(*digits - '0');
+        if (number > most) {
+            return 0;
+        }
+    }
+    return number;
 }
-
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 // The higher of the numbers that lead and end a key such as "12.PARAMETER_X.3".
 unsigned highest_number(std::string_view key) {
-    unsigned highest = 0;
-    if (!key.empty() && is_digit(key.front())) {
-        highest = list_number(key.substr(0, key.find('.')));
+    const char* begin = key.data();
+    const char* end = begin + key.size();
+    const char* lead = begin;
+    while (lead != end && is_digit(*lead)) {
+        ++lead;
     }
-    if (!key.empty() && is_digit(key.back())) {
-        highest = std::max(highest, list_number(key.substr(key.rfind('.') + 1)));
+    const unsigned leading = lead != end && *lead == '.' ? list_number(begin, lead) : 0;
+    const char* tail = end;
+    while (tail != lead && is_digit(tail[-1])) {
+        --tail;
     }
-    return highest;
+    return tail != end && tail[-1] == '.' ? std::max(leading, list_number(tail, end)) : leading;
 }
 
 // About how many lines a text has, judged by its beginning, which a strange file can make look like millions.
@@ -301,12 +310,23 @@ void std_handler::add_entry(const ini_file_entry& added) {
     in_place_lines{*this, true}.assignment({text, value - 1}, {value, value + added.value.size()});
 }
 
-unsigned std_handler::most_rows(int group) const {
+unsigned std_handler::most_rows(int group, unsigned wanted) const {
     if (group < 0) {
         return 0;
     }
-    const section& asked = _groups[static_cast<std::size_t>(group)];
-    return std::max(asked.entries, asked.highest_row);
+    const auto number = static_cast<std::size_t>(group);
+    const unsigned entries = _groups[number].entries;
+    if (wanted <= entries) {
+        return entries;
+    }
+    if (_highest_numbers.empty()) {
+        _highest_numbers.resize(_groups.size());
+        for (const entry& each : _entries) {
+            unsigned& highest = _highest_numbers[each.group];
+            highest = std::max(highest, highest_number(each.key));
+        }
+    }
+    return std::max(entries, _highest_numbers[number]);
 }
 
 std::vector<int> std_handler::numbered_groups(std::string_view suffix, int highest) const {
@@ -329,7 +349,8 @@ std::vector<int> std_handler::numbered_groups(std::string_view suffix, int highe
 void std_handler::select_group(std::string_view name) {
     const auto [known, added] = _group_numbers.try_emplace(name, static_cast<std::uint32_t>(_groups.size()));
     if (added) {
-        _groups.push_back({name, 0, 0});
+        _groups.push_back({name, 0});
+        _highest_numbers.clear();
     }
     _current_group = known->second;
 }
@@ -346,9 +367,8 @@ void std_handler::enter(std::string_view key, const char* value) {
     }
     _entries.push_back(added);
     place = static_cast<std::uint32_t>(_entries.size());
-    section& grown = _groups[_current_group];
-    ++grown.entries;
-    grown.highest_row = std::max(grown.highest_row, highest_number(key));
+    ++_groups[_current_group].entries;
+    _highest_numbers.clear();
 }
 
 // Room for that many further entries, with the index at most three quarters full.

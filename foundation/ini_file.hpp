@@ -65,9 +65,9 @@ public:
     void add_group(const std::string& name) override;
     void add_entry(const ini_file_entry& added) override;
 
-    // How many rows a list in a group can have that somebody wrote: as many as the group has entries, or the highest
-    // number that leads or ends a key, up to 4096 of them with gaps between.
-    unsigned most_rows(int group) const;
+    // How many rows a list in a group can have that somebody wrote: as many as the group has entries, or, if more are
+    // wanted, the highest number that leads or ends a key, up to 4096 of them with gaps between.
+    unsigned most_rows(int group, unsigned wanted) const;
 
     // The numbers n, ascending, of the groups named n + `suffix`, with n in plain decimal from 1 to `highest`.
     std::vector<int> numbered_groups(std::string_view suffix, int highest) const;
@@ -81,7 +81,6 @@ private:
     struct section {
         std::string_view name;
         unsigned entries;
-        unsigned highest_row;
     };
     friend struct in_place_lines;
 
@@ -99,6 +98,7 @@ private:
     std::vector<section> _groups;
     std::unordered_map<std::string_view, std::uint32_t> _group_numbers;
     std::uint32_t _current_group = 0;
+    mutable std::vector<unsigned> _highest_numbers;  // by group; empty until somebody asks
 };
 
 }  // namespace ini_file

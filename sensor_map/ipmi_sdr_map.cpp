@@ -1,7 +1,6 @@
 #include "sensor_map/ipmi_sdr_map.hpp"
 
 #include <cmath>
-#include <concepts>
 #include <string_view>
 
 #include "device/event_status.hpp"
@@ -118,7 +117,8 @@ std::string entry_text(const std::string& map_key, const data_t& data) {
 }  // namespace
 
 void sdr_map::store_places::follow(const std::string& x_key, int instance) {
-    if (value.instance() == instance && value.name() == x_key) {
+    const bool is_composed = !range_min.name().empty();
+    if (is_composed && value.instance() == instance && value.name() == x_key) {
         return;
     }
     value = store_reference(x_key, instance);
@@ -177,41 +177,35 @@ void common_thermal_device_ipmi_sdr_map::set_port_output(const std::string& map_
     }
 }
 
-template <class Key>
-void common_thermal_device_ipmi_sdr_map::bind_events(const std::string& map_key, const std::array<Key, 3>& keys) {
-    data_t* data = find_entry("set_port_discrete_event", map_key);
-    if (data == nullptr) {
-        return;
-    }
-    const auto bind = [&](common_thermal_utils& port, const auto&... where) {
-        if (data->sel_type == utils::sel_event_integers) {
-            port.create_port_integer(*this, map_key, get_instance(), where...);
-        } else {
-            port.create_port_bit(*this, map_key, get_instance(), where...);
-        }
-    };
-    std::size_t next = 0;
-    for (common_thermal_utils* port : {&data->port_non_critical, &data->port_critical, &data->port_non_recoverable}) {
-        const Key& key = keys[next++];
-        if constexpr (std::same_as<Key, unsigned>) {
-            bind(*port, key, false);
-        } else {
-            bind(*port, key);
-        }
+template <class... Where>
+void common_thermal_device_ipmi_sdr_map::bind_event(common_thermal_utils& port, sel_event_t type,
+                                                    const std::string& map_key, const Where&... where) {
+    if (type == utils::sel_event_integers) {
+        port.create_port_integer(*this, map_key, get_instance(), where...);
+    } else {
+        port.create_port_bit(*this, map_key, get_instance(), where...);
     }
 }
 
 void common_thermal_device_ipmi_sdr_map::set_port_discrete_event(const std::string& map_key, unsigned non_critical_port,
                                                                  unsigned critical_port,
                                                                  unsigned non_recoverable_port) {
-    bind_events<unsigned>(map_key, {non_critical_port, critical_port, non_recoverable_port});
+    if (data_t* data = find_entry("set_port_discrete_event", map_key)) {
+        bind_event(data->port_non_critical, data->sel_type, map_key, non_critical_port, false);
+        bind_event(data->port_critical, data->sel_type, map_key, critical_port, false);
+        bind_event(data->port_non_recoverable, data->sel_type, map_key, non_recoverable_port, false);
+    }
 }
 
 void common_thermal_device_ipmi_sdr_map::set_port_discrete_event(const std::string& map_key,
                                                                  const std::string& non_critical_port,
                                                                  const std::string& critical_port,
                                                                  const std::string& non_recoverable_port) {
-    bind_events<std::string>(map_key, {non_critical_port, critical_port, non_recoverable_port});
+    if (data_t* data = find_entry("set_port_discrete_event", map_key)) {
+        bind_event(data->port_non_critical, data->sel_type, map_key, non_critical_port);
+        bind_event(data->port_critical, data->sel_type, map_key, critical_port);
+        bind_event(data->port_non_recoverable, data->sel_type, map_key, non_recoverable_port);
+    }
 }
 
 void common_thermal_device_ipmi_sdr_map::poll(common_thermal_dao* dao, unsigned long) {
@@ -316,11 +310,13 @@ common_thermal_device_ipmi_sdr_map::reading_type_7_state common_thermal_device_i
 common_thermal_device_ipmi_sdr_map::reading_type_7_state common_thermal_device_ipmi_sdr_map::get_state_with_thresholds(
     float value, const data_t* data) const {
     const reading_type_7_state state = state_of(value, *data);
-    LOG::log(log_source, log_mask::life_cycle,
-             "common_thermal_device_ipmi_sdr_map::%s - %d:[%03f]Upper[%03f, %03f, %03f]:Lower[%03f,%03f,%03f]\n",
-             "get_state_with_thresholds", static_cast<int>(state), shown(value), shown(data->sel_non_recoverable),
-             shown(data->sel_critical), shown(data->sel_non_critical), shown(data->sel_lower_non_critical),
-             shown(data->sel_lower_critical), shown(data->sel_lower_non_recoverable));
+    if (LOG::is_enabled(log_mask::life_cycle)) {
+        LOG::log(log_source, log_mask::life_cycle,
+                 "common_thermal_device_ipmi_sdr_map::%s - %d:[%03f]Upper[%03f, %03f, %03f]:Lower[%03f,%03f,%03f]\n",
+                 "get_state_with_thresholds", static_cast<int>(state), shown(value), shown(data->sel_non_recoverable),
+                 shown(data->sel_critical), shown(data->sel_non_critical), shown(data->sel_lower_non_critical),
+                 shown(data->sel_lower_critical), shown(data->sel_lower_non_recoverable));
+    }
     return state;
 }
 

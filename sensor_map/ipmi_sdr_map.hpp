@@ -87,8 +87,8 @@ public:
 
     // The worst that holds, lower thresholds ahead of upper ones; a value equal to a threshold has reached it.
     reading_type_7_state get_state_with_thresholds(float value, const data_t* data) const;
-    // Brings the thresholds up to date and marks those that got another value. One that is gone leaves no mark: the
-    // sensor keeps it. While there is no lower flag the lower ones stay what they are.
+    // Brings the thresholds up to date and marks those that got another value. One that is gone, or no number, leaves
+    // no mark: the sensor keeps it. While there is no lower flag the lower ones stay what they are.
     void fetch_dao_config_sel_thresholds(common_thermal_dao* dao, const std::string& x_key, int instance, data_t* data);
     // True if the command went out and was accepted.
     bool set_sensor_thresholds(unsigned char sensor_num, unsigned char lun, const data_t* data) const;
@@ -106,8 +106,9 @@ private:
     };
 
     data_t* find_entry(const char* function, const std::string& map_key);
-    template <class Key>
-    void bind_events(const std::string& map_key, const std::array<Key, 3>& keys);
+    // A bit or an integer port, as the type has it.
+    template <class... Where>
+    void bind_event(common_thermal_utils& port, sel_event_t type, const std::string& map_key, const Where&... where);
 
     void poll_entry(common_thermal_dao& dao, const std::string& map_key, data_t& data);
     reading read_value(const common_thermal_dao& dao, data_t& data, bool trace) const;

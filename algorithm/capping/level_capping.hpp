@@ -38,7 +38,8 @@ struct fan_capping_parameter {
 };
 
 // Limits the duty of all fans, in percent; 100 is no cap. When the conditions come back after a pause, a record with a
-// deferment waits that long first. All records share one deadline: while it runs, none of them caps.
+// deferment waits that long first. All records share one
+// deadline: from the pass after, none of them caps while it runs.
 class THERMAL_API common_thermal_algorithm_sensor_capping_fan_percentage
     : public algorithm_with_parameters<fan_capping_parameter> {
 public:

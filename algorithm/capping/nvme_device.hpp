@@ -32,6 +32,9 @@ constexpr std::uint32_t nvme_capping_level(const nvme_capping_setting& setting, 
         history = {.middle = false, .minimal = true};
         return nvme_minimal_power;
     }
+    if (!(x < minimal)) {
+        return 0;
+    }
     if (x >= middle) {
         if (history.minimal && x >= minimal - setting.hysteresis) {
             return nvme_minimal_power;

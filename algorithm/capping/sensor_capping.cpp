@@ -1,5 +1,6 @@
 #include "algorithm/capping/sensor_capping.hpp"
 
+#include "algorithm/limit.hpp"
 #include "foundation/log_masks.hpp"
 
 using utils = common_thermal_utils;
@@ -133,8 +134,6 @@ float candidate_of(capping_candidate how, float factor, float sum) {
             return factor * sum;
     }
 }
-
-constexpr float at_least(float value, float limit) { return limit > value ? limit : value; }
 
 }  // namespace
 

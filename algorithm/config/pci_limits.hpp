@@ -24,8 +24,7 @@ struct pci_threshold_settings {
     }
 };
 
-// Tells a slot device the most power of the adapter in it; the instance of the target is that of the device, which is
-// its slot number. The result is the limit of the last slot matched. Without a match nothing is written, and a slot
+// Tells a slot device the most power of the adapter in it; the target has to have that device's instance. The result is the limit of the last slot matched. Without a match nothing is written, and a slot
 // without an identified adapter ends the pass; its third identity value may be 0.0.
 class THERMAL_API common_thermal_algorithm_config_pci_max_watt
     : public adapter_settings_algorithm<pci_max_watt_settings> {

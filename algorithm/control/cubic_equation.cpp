@@ -45,7 +45,7 @@ void cubic_equation_rule::poll(common_thermal_dao* dao, unsigned long) {
             continue;
         }
         if (_limits_x) {
-            x = at_most(std::max(x, record.x_min), record.x_max);
+            x = at_most(at_least(x, record.x_min), record.x_max);
         }
         record.r = cubic(record, x, record.r_max);
         largest = std::max(largest, record.r);

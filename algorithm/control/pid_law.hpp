@@ -1,5 +1,7 @@
 #pragma once
 
+#include "algorithm/limit.hpp"
+
 // The velocity form of PID on a dead band: each pass moves the present output y by the error of x.
 
 // What a pass with x inside the band does.
@@ -29,7 +31,10 @@ constexpr float pid_error(float x, float target_high, float target_low) {
     if (target_high >= target_low) {
         return x > target_high ? x - target_high : x < target_low ? x - target_low : 0.0f;
     }
-    return x < target_high ? target_high - x : x > target_low ? target_low - x : 0.0f;
+    if (target_high < target_low) {
+        return x < target_high ? target_high - x : x > target_low ? target_low - x : 0.0f;
+    }
+    return 0.0f;  // an edge that is no number
 }
 
 // One pass; returns the new output. `r_hold` is the output held inside the band, 0.0 while there is none.
@@ -41,7 +46,7 @@ constexpr float pid_step(const pid_setting& setting, pid_band_policy policy, flo
     if (e == 0.0f && policy != pid_band_policy::run_on) {
         history = {};
         if (policy == pid_band_policy::clear) {
-            return y > setting.r_max ? setting.r_max : y;
+            return at_most(y, setting.r_max);
         }
         r_hold = r_hold == 0.0f ? y : r_hold;
         return r_hold;
@@ -49,5 +54,5 @@ constexpr float pid_step(const pid_setting& setting, pid_band_policy policy, flo
     history = {e, e1, e2};
     r_hold = 0.0f;
     const float r = y + (e - e1) * setting.kp + e * setting.ki + ((e - 2.0f * e1) + e2) * setting.kd;
-    return r > setting.r_max ? setting.r_max : r;
+    return at_most(r, setting.r_max);
 }

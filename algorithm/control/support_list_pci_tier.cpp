@@ -30,11 +30,6 @@ constexpr parameter_layout<p> layout{
     .rows = {.count_key = "PARAMETER_TXYZABCD_COUNT", .fields = row_fields},
 };
 
-float limited(float t, const row_p& row) {
-    const float lowered = at_most(t, row.t_max);
-    return lowered < row.t_min ? row.t_min : lowered;
-}
-
 }  // namespace
 
 common_thermal_algorithm_support_list_pci_tier::common_thermal_algorithm_support_list_pci_tier(int instance)
@@ -46,7 +41,7 @@ void common_thermal_algorithm_support_list_pci_tier::poll(common_thermal_dao* da
     for_each_match(*dao, [&](p& slot, const row_p& row) {
         float t = 0.0f;
         slot.t_reference.fetch(*dao, &t);
-        t = limited(t, row);
+        t = at_least(at_most(t, row.t_max), row.t_min);
         const float r = cubic(row, t, row.r_max);
         largest = std::max(largest, r);
         if (LOG::is_enabled(log_mask::calculation | log_mask::outcome)) {

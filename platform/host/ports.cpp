@@ -26,6 +26,7 @@ bool number_line::store(std::uint32_t value) {
         return false;
     }
     _value = value;
+    _was_written = true;
     return true;
 }
 

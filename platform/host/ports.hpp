@@ -81,6 +81,8 @@ public:
     // The hardware's side: not counted, never fails, touches no file. With a file, the last value that went through.
     std::uint32_t value() const { return _value; }
     void set_value(std::uint32_t value) { _value = value; }
+    // A write through a port succeeded.
+    bool was_written() const { return _was_written; }
     // The record that a tachometer port wrote last.
     const TACHData& tachometer() const { return _tachometer; }
 
@@ -97,6 +99,7 @@ public:
 private:
     std::uint32_t _value = 0;
     std::optional<file_number> _file;
+    bool _was_written = false;
     TACHData _tachometer{};
 };
 

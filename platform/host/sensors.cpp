@@ -50,7 +50,7 @@ sensor_report sensor_list::report_of(sensor_id id, const sensor& each) const {
     const sensor_definition& about = each.definition;
     sensor_report report{id, about.name, about.unit, std::nullopt, sensor_state::no_reading, each.thresholds};
     const number_line* output = line_of(about.output);
-    if (output != nullptr && output->writes() != 0) {
+    if (output != nullptr && output->was_written()) {
         report.value = (static_cast<float>(output->value()) * about.m + about.b) / about.k2;
         report.state = state_of(each, output->value());
     }

@@ -394,8 +394,9 @@ TEST_F(capping_test, drive_parameters_are_cut_to_the_firmwares_widths_and_shown_
         << one.debug();
     EXPECT_TRUE(nvme_params_v2::get_effective_params(instance, a, b, lower, upper));
     EXPECT_EQ(std::tuple(instance, a, b, lower, upper), std::tuple(7, 7, 255, 1, 0));
+    host.properties.find("/ac/zorm/agentless/nvme_pwr_cap")->set(std::uint8_t{7}, property_flags, property_notify);
     nvme_params_v2::apply_nvme_params(a, b, 513, upper);
-    EXPECT_NE(two.debug().find("=-1\ncap_property_status=1\nsep params=[7,255,513,0]"), std::string::npos);
+    EXPECT_NE(two.debug().find("=-1\ncap_property_status=7\nsep params=[7,255,513,0]"), std::string::npos);
     nvme_params::forget_everything();
     EXPECT_FALSE(nvme_params::get_effective_params(instance, a, b, c));
     EXPECT_NE(one.debug().find("instance=-1\ncap_property_creation=-1\ncap_property_status=-1\n"), std::string::npos);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <sstream>
 #include <tuple>
@@ -361,6 +362,11 @@ TEST_F(pci_lists_test, power_limit_is_whole_watts_and_the_last_matched_slot_give
         EXPECT_EQ(value_of("4PMW.slot.max_power", 2), second) << cards[0] << ", " << cards[1];
         EXPECT_EQ(value_of(rule.get_name() + ".result"), result) << cards[0] << ", " << cards[1];
     }
+    EXPECT_NE(rule.debug().find("\nw_key=slot.max_power.2\nxyzw_count=2\nx=1.000000\ny=1.000000\nz=65535.000000"
+                                "\nw=75.000000\nx=2.000000\ny=2.000000\nz=0.000000\nw=300.000000"
+                                "\ncache_x=2.000000\ncache_y=2.000000\ncache_z=0.000000\ncache_w=300.000000"),
+              std::string::npos)
+        << rule.debug();
 }
 
 TEST_F(pci_lists_test, thresholds_of_the_matched_row_go_to_the_sensor_and_stay_there) {
@@ -386,24 +392,31 @@ TEST_F(pci_lists_test, thresholds_of_the_matched_row_go_to_the_sensor_and_stay_t
               "\ncache_non_critical=85.500000\ncache_critical=95.000000\ncache_non_recoverable=255.000000");
 }
 
-TEST_F(pci_lists_test, diagnostic_text_of_fresh_records_shows_the_start_values) {
+TEST_F(pci_lists_test, each_key_reaches_its_own_field) {
+    const std::string references =
+        "[R]\nPARAMETER_COUNT=1\n1.PARAMETER_T_PREFIX=t\n1.PARAMETER_T_INST=2\n1.PARAMETER_F_PREFIX=f\n"
+        "1.PARAMETER_F_INST=3\n1.PARAMETER_X_PREFIX=x\n1.PARAMETER_X_INST=4\n1.PARAMETER_Y_PREFIX=y\n"
+        "1.PARAMETER_Y_INST=5\n1.PARAMETER_Z_PREFIX=z\n1.PARAMETER_Z_INST=6\n1.PARAMETER_X.1=7\n1.PARAMETER_Y.1=8\n"
+        "1.PARAMETER_Z.1=9\n1.PARAMETER_R_MAX.1=10\n";
+    const std::string slot_keys = "\nx_key=x.4\ny_key=y.5\nz_key=z.6\nx=7.000000\ny=8.000000\nz=9.000000";
+    rules_text pid_text(references +
+                        "1.PARAMETER_TFXYZPID_COUNT=1\n1.PARAMETER_KP.1=11\n1.PARAMETER_KI.1=12\n1.PARAMETER_KD.1=13\n"
+                        "1.PARAMETER_HI.1=14\n1.PARAMETER_LO.1=15\n");
     common_thermal_algorithm_support_list_pci_pid_v2 pid(1);
-    pid.set_parameter_size(1);
-    pid.set_parameter_tfxyzpid_count(1, 2);
-    pid.set_parameter_hi(1, 2, 10);
-    pid.set_parameter_lo(1, 2, 15);
-    const std::string slot_keys = "\nx_key=.1\ny_key=.1\nz_key=.1";
-    const std::string row = "\nx=0.000000\ny=0.000000\nz=0.000000";
-    EXPECT_EQ(pid.debug(), "\nindex=1\nt_key=.1\nf_key=.1" + slot_keys + row +
-                               "\nkp=0.000000\nki=0.000000\nkd=0.000000\nhi=0.000000\nlo=0.000000\nr_max=0.000000" +
-                               row +
-                               "\nkp=0.000000\nki=0.000000\nkd=0.000000\nhi=10.000000\nlo=15.000000\nr_max=0.000000");
+    pid.parse_parameters(&pid_text, "R");
+    EXPECT_EQ(pid.debug(),
+              "\nindex=1\nt_key=t.2\nf_key=f.3" + slot_keys +
+                  "\nkp=11.000000\nki=12.000000\nkd=13.000000\nhi=14.000000\nlo=15.000000\nr_max=10.000000");
+    rules_text tier_text(references +
+                         "1.PARAMETER_TXYZABCD_COUNT=1\n1.PARAMETER_TMIN.1=11\n1.PARAMETER_TMAX.1=12\n"
+                         "1.PARAMETER_A.1=13\n1.PARAMETER_B.1=14\n1.PARAMETER_C.1=15\n1.PARAMETER_D.1=16\n");
     common_thermal_algorithm_support_list_pci_tier tier(1);
-    tier.set_parameter_txyzabcd_count(1, 1);
-    tier.set_parameter_t_max(1, 1, 80);
-    EXPECT_EQ(tier.debug(), "\nindex=1\nt_key=.1" + slot_keys + row +
-                                "\nt=0.000000 - 80.000000\na=0.000000\nb=0.000000\nc=0.000000\nd=0.000000"
-                                "\nr_max=0.000000\nr=a * (x^3) + b * (x^2) + c * x + d");
+    tier.parse_parameters(&tier_text, "R");
+    EXPECT_EQ(tier.debug(), "\nindex=1\nt_key=t.2" + slot_keys +
+                                "\nt=11.000000 - 12.000000\na=13.000000\nb=14.000000\nc=15.000000\nd=16.000000"
+                                "\nr_max=10.000000\nr=a * (x^3) + b * (x^2) + c * x + d");
+    EXPECT_EQ(pid_error(50, NAN, 40), 0.0f) << "an edge that is no number";
+    EXPECT_EQ(pid_error(50, 60, NAN), 0.0f);
 }
 
 }  // namespace

@@ -117,6 +117,10 @@ TEST_F(spike_config_test, adapter_list_goes_on_writing_the_row_matched_last) {
         rule.polling(&dao, 0);
         EXPECT_EQ(settings(), written) << x << ", " << y << ", " << z;
     }
+    EXPECT_NE(rule.debug().find("\ncache_x=8086.000000\ncache_y=1.000000\ncache_z=1.000000\ncache_spike_max=3.000000"
+                                "\ncache_spike_critical=0.000000\ncache_spike_critical_low=0.000000"
+                                "\ncache_spike_critical_high=80.000000"),
+              std::string::npos);
     for (const auto& [reading, believed] : {std::pair{85.0f, 0.0f}, {85.0f, 0.0f}, {85.0f, 85.0f}, {20.0f, 20.0f}}) {
         EXPECT_EQ(kept(reading), believed) << "the high and low filter with three polls";
     }

@@ -82,8 +82,10 @@ TEST_F(capping_cycle_test, the_tightest_processor_cap_is_sent_once_and_the_memor
             << "noted, though there are no processors to send it for";
     }
     dao.update_dev("tdp", 0, 300.0f, false);
+    host.log.captured().clear();
     run_with({1});
     EXPECT_EQ(words(191, 4, 0x2102), values{62});
+    EXPECT_EQ(lines_with("common_thermal_manager::apply_capping_value [0, 65535, 62]\n"), 1);
 }
 
 TEST_F(capping_cycle_test, the_drives_are_told_their_level_once_and_the_tightest_one_when_the_rule_lets_go) {

@@ -131,7 +131,7 @@ TEST_F(ipmi_sdr_map_test, changed_thresholds_go_out_together_until_they_are_acce
     poll(device);
     EXPECT_EQ(requests(), (std::vector<bytes>{request})) << "without a reading";
     EXPECT_EQ(
-        take_lines(2)[0],
+        take_lines(2).at(0),
         "common_thermal_device_ipmi_sdr_map::set_sensor_thresholds - 63:Upper[100, 090, 080]:Lower[020,010,044]\n");
     add_to_host();
     poll(device);
@@ -204,21 +204,35 @@ TEST_F(ipmi_sdr_map_test, event_ports_are_written_only_on_a_change_of_state) {
             EXPECT_EQ(event_writes(), writes += changed ? 3 : 0) << value;
         }
     }
-    auto& line = host.ports.add_number("c");
+    thermal_host::number_line* named[] = {&host.ports.add_number("a"), &host.ports.add_number("b"),
+                                          &host.ports.add_number("c")};
+    device.set_port_discrete_event("K", "a", "b", "c");
+    poll_at(95);
+    EXPECT_EQ((std::vector{named[0]->value(), named[1]->value(), named[2]->value()}), (std::vector{1u, 1u, 0u}));
     device.set_port_discrete_event("K", "no line", "", "c");
     poll_at(120);
-    EXPECT_EQ(line.value(), 1u);
+    EXPECT_EQ(named[2]->value(), 1u);
 }
 
 TEST_F(ipmi_sdr_map_test, lower_thresholds_outlive_their_flag) {
     set_up(utils::sel_event_bits);
     give("3LTHD.", 0.5f);
     give("3LSNC.", 20);
+    give("3MIN.", 5);
     poll_at(15);
     EXPECT_EQ(field("sel_event_state"), "1");
+    common_thermal_dao before_any_rule;
+    device.poll(&before_any_rule, 0);
+    EXPECT_EQ(field("sel_event_state"), "0") << "nobody says what the sensor shows";
+    poll_at(15);
+    dao.update_dev("x", 4, 77.0f, false);
+    dao.update_ipmi_sdr_key_dao("K", "x", 4);
+    poll(device);
+    EXPECT_EQ(output.value(), 77u);
     dao.update_ipmi_sdr_key_dao("K", "nobody wrote it", 3);
     poll(device);
     EXPECT_EQ(field("sel_lower_threshold") + field("sel_event_state"), "0.0000000");
+    EXPECT_EQ(field("sdr_valid_range_min"), "0.000000");
     dao.update_ipmi_sdr_key_dao("K", "x", 3);
     give("3LTHD.", 0);
     give("3LSNC.", 10);
@@ -265,11 +279,13 @@ TEST_F(ipmi_sdr_map_test, texts_are_complete) {
     device.init_sdr_map(traced);
     device.set_sdr_parameters(traced, 0, 1, 0.5f, 0, 7);
     device.set_port_output(traced, output_port);
+    device.set_port_discrete_event(traced, 2, 3, 4);
+    EXPECT_EQ(take_lines(0x20000000).size(), 0u) << "names of pins are no news";
     poll(device);
-    EXPECT_EQ(take_lines(2)[0], poll_line +
-                                    "0:[, 0] [0.000000, 100.000000, 0.000000] [0.000000,0.500000,1.000000] "
-                                    "[0-0.000000] [255.000000:255.000000,255.000000:255.000000,"
-                                    "255.000000:255.000000]\n");
+    EXPECT_EQ(take_lines(2).at(0), poll_line +
+                                       "0:[, 0] [0.000000, 100.000000, 0.000000] [0.000000,0.500000,1.000000] "
+                                       "[0-0.000000] [255.000000:255.000000,255.000000:255.000000,"
+                                       "255.000000:255.000000]\n");
     dao.update_ipmi_sdr_key_dao(traced, "x", 3);
     give("3SC.", 90);
     give("3LTHD.", 1);
@@ -294,7 +310,8 @@ TEST_F(ipmi_sdr_map_test, texts_are_complete) {
                   "\nsel_lower_non_critical=255.000000\npre_sel_lower_critical=255.000000"
                   "\nsel_lower_critical=255.000000\npre_sel_lower_non_recoverable=255.000000"
                   "\nsel_lower_non_recoverable=255.000000\nsel_event_state=0\nsdr_valid_range_min=0.000000"
-                  "\nsdr_valid_range_max=255.000000\nport_output=1 - ");
+                  "\nsdr_valid_range_max=255.000000\nport_non_recoverable=4 - \nport_non_critical=2 - "
+                  "\nport_critical=3 - \nport_output=1 - ");
     give("3MIN.", 50);
     give("3MAX.", 10);
     poll(device);
@@ -362,6 +379,12 @@ TEST_F(ipmi_sdr_map_rule_test, decides_what_the_device_shows_without_allocating_
     }
     EXPECT_EQ(allocations.calls(), 0u);
     EXPECT_EQ(requests().size(), 0u);
+    load("PARAMETER_COUNT=1\n1.PARAMETER_MAP_KEY=K\n1.PARAMETER_X_SEL_CRITICAL=91\n");
+    poll(device);
+    EXPECT_EQ(requests().at(0)[10], 91) << "a sensor that shows nothing has its thresholds all the same";
+    load(common + "an_input_with_a_long_name");
+    poll(device);
+    EXPECT_EQ(requests().at(0)[10], 90);
     // A reload points the sensor elsewhere; the same threshold of another value is no change.
     dao.update_dev("another", 1, 30, false);
     load(common + "another");
