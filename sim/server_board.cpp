@@ -1,6 +1,5 @@
 #include "sim/server_board.hpp"
 
-#include "sim/server_parts.hpp"
 #include "sim/server_sensors.hpp"
 
 namespace sim {

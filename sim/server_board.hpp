@@ -17,6 +17,7 @@
 #include "device/uefi.hpp"
 #include "orchestration/common_thermal_manager.hpp"
 #include "sensor_map/ipmi_sdr_map.hpp"
+#include "sim/server_parts.hpp"
 
 namespace sim {
 
@@ -28,6 +29,9 @@ public:
     explicit server_board(common_thermal_manager& manager);
     server_board(const server_board&) = delete;
     server_board& operator=(const server_board&) = delete;
+
+    // Gives the manager its line to vote on host power; the manager logs that as an error.
+    void bind_power_vote() { _manager.set_power_permission_voter(power_permission_bit); }
 
     const common_thermal_device_fan& fan(unsigned number) const { return *_fans.at(number - 1); }
 

@@ -24,6 +24,7 @@ constexpr unsigned psu_present_bit = 21;
 constexpr unsigned retimer_present_bit = 22;
 constexpr unsigned raid_present_bit = 23;
 constexpr unsigned baseboard_present_bit = 24;  // carries the link switch
+constexpr unsigned power_permission_bit = 25;   // this controller's vote for host power
 constexpr unsigned pch_temperature = 30;
 constexpr unsigned psu_inlet_temperature = 31;
 constexpr unsigned retimer_temperature = 32;

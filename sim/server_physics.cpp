@@ -124,10 +124,29 @@ void server_physics::set_sensor(std::size_t part, bool works) {
     }
 }
 
-double server_physics::power_of(std::size_t part) const {
+double server_physics::wanted_power(std::size_t part) const {
     const server_part& row = server_parts[part];
     const double own = _parts[part].own_power_w;
     return own >= 0.0 ? own : row.idle_w + (row.full_w - row.idle_w) * _load / 100.0;
+}
+
+double server_physics::power_of(std::size_t part) const {
+    const double wanted = wanted_power(part);
+    const double idle = std::min(wanted, server_parts[part].idle_w);
+    return _has_host_power ? idle + _share_above_idle * (wanted - idle) : 0.0;
+}
+
+// What the system's cap leaves of the power that parts want above idle, 0..1.
+double server_physics::share_above_idle() const {
+    double fixed = fan_power();
+    double above = 0.0;
+    for (std::size_t part = 0; part < _parts.size(); ++part) {
+        const double wanted = wanted_power(part);
+        fixed += std::min(wanted, server_parts[part].idle_w);
+        above += std::max(0.0, wanted - server_parts[part].idle_w);
+    }
+    const bool fits = !_system_cap || above == 0.0 || fixed + above <= *_system_cap;
+    return fits ? 1.0 : std::clamp((*_system_cap - fixed) / above, 0.0, 1.0);
 }
 
 double server_physics::power() const {
@@ -158,6 +177,7 @@ double server_physics::duty(unsigned fan) const {
 }
 
 void server_physics::step(double seconds) {
+    _share_above_idle = share_above_idle();
     for (std::size_t part = 0; part < _parts.size(); ++part) {
         _model.set_power(_parts[part].id, power_of(part));
     }

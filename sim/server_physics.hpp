@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <random>
 #include <vector>
 
@@ -28,13 +29,18 @@ public:
     void set_fan(unsigned number, bool works);
     void set_sensor(std::size_t part, bool works);
 
+    // What the firmware does about power. A cap in W on the whole machine takes the same share of what each part draws
+    // above its idle power; fans and idle power stay, whatever the cap. Without host power parts draw nothing.
+    void set_system_cap(std::optional<unsigned> watts) { _system_cap = watts; }
+    void set_host_power(bool is_on) { _has_host_power = is_on; }
+
     void step(double seconds);
 
     double load() const { return _load; }
     double inlet() const { return _model.inlet(); }
     // Of the part itself, whatever its sensor shows.
     double temperature(std::size_t part) const { return _model.temperature(_parts.at(part).id); }
-    double power() const;             // W of all parts
+    double power() const;             // W of all parts, capped as of the last step
     double fan_power() const;         // W
     double duty(unsigned fan) const;  // percent, as the fan's hardware was told
     double rpm(unsigned fan) const { return _model.rpm(_fans.at(fan - 1)); }
@@ -62,7 +68,9 @@ private:
 
     void add_parts();
     void add_fans();
+    double wanted_power(std::size_t part) const;
     double power_of(std::size_t part) const;
+    double share_above_idle() const;
     void show_temperature(std::size_t part);
     void show_fans();
     double noise(double amplitude);
@@ -72,6 +80,9 @@ private:
     bool _noisy;
     heat_model _model;
     double _load = 0.0;
+    std::optional<unsigned> _system_cap;
+    double _share_above_idle = 1.0;
+    bool _has_host_power = true;
     std::vector<part_state> _parts;
     std::vector<fan_id> _fans;
     psu_listener _psu;

@@ -1,6 +1,7 @@
 #include "sim/simulated_server.hpp"
 
 #include <chrono>
+#include <cstdio>
 #include <utility>
 
 #include "sim/server_sensors.hpp"
@@ -44,6 +45,7 @@ simulated_server::simulated_server(const server_options& options, load_profile p
       _tell(std::move(tell)),
       _host(host_options_of(options)),
       _physics(_host, options.seed),
+      _caps(_host),
       _scheduler(std::make_unique<common_thermal_scheduler>()),
       _dao(std::make_unique<common_thermal_dao>()) {
     _host.log.set_mask(options.log_mask);
@@ -53,10 +55,13 @@ simulated_server::simulated_server(const server_options& options, load_profile p
     _manager = std::make_unique<common_thermal_manager>();
     _manager->set_algorithm_parse_file(options.rules);
     _board = std::make_unique<server_board>(*_manager);
+    _host.log.set_file(nullptr);  // or each run would begin with an error that is none
+    _board->bind_power_vote();
+    _host.log.set_file(stderr);
 
     move_world();
     _host.loop.call_every(physics_step, [this] { move_world(); });
-    _host.loop.call_every(thermal_host::default_tick, [this] { note_claims(); });
+    _host.loop.call_every(thermal_host::default_tick, [this] { note_cycle(); });
     boot();
 }
 
@@ -87,21 +92,24 @@ bool simulated_server::run_until(double seconds) { return _host.loop.run_until(n
 void simulated_server::move_world() {
     const double present = now();
     _profile.apply(present, _physics, _tell);
+    _physics.set_system_cap(_caps.of(cap_kind::system).value);
+    _physics.set_host_power(!_caps.of(cap_kind::host_power).value);
     _physics.step(present - _moved_to);
     _moved_to = present;
 }
 
+void simulated_server::note_cycle() {
+    const bool has_ended = _scheduler->last_schedule();
+    if (has_ended && !_cycle_noted) {
+        ++_cycles;
+        note_claims();
+        _caps.look(*_dao);
+    }
+    _cycle_noted = has_ended;
+}
+
 // Between the end of a cycle and the next device poll a fan that was claimed waits for its duty to be applied.
 void simulated_server::note_claims() {
-    if (!_scheduler->last_schedule()) {
-        _claims_noted = false;
-        return;
-    }
-    if (_claims_noted) {
-        return;
-    }
-    _claims_noted = true;
-    ++_cycles;
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
         const common_thermal_manager::fan_alg_t* row = _manager->fan_winner(fan);
         const bool claimed = row != nullptr && _board->fan(fan).is_writing_pwm_output();

@@ -9,6 +9,7 @@
 #include "platform/host/host.hpp"
 #include "sim/load_profile.hpp"
 #include "sim/server_board.hpp"
+#include "sim/server_caps.hpp"
 #include "sim/server_physics.hpp"
 
 namespace sim {
@@ -50,27 +51,31 @@ public:
     unsigned cycles() const { return _cycles; }
 
     thermal_host::platform& host() { return _host; }
+    const thermal_host::platform& host() const { return _host; }
     common_thermal_manager& manager() { return *_manager; }
     const common_thermal_scheduler& scheduler() const { return *_scheduler; }
     common_thermal_dao& store() { return *_dao; }
     server_physics& physics() { return _physics; }
     const server_physics& physics() const { return _physics; }
+    const server_caps& caps() const { return _caps; }
 
 private:
     void boot();
     void move_world();
+    void note_cycle();
     void note_claims();
 
     load_profile _profile;
     event_sink _tell;
     thermal_host::platform _host;
     server_physics _physics;
+    server_caps _caps;
     double _moved_to = 0.0;
     std::unique_ptr<common_thermal_scheduler> _scheduler;
     std::unique_ptr<common_thermal_dao> _dao;
     std::unique_ptr<common_thermal_manager> _manager;
     std::unique_ptr<server_board> _board;
-    bool _claims_noted = false;
+    bool _cycle_noted = false;
     unsigned _cycles = 0;
     std::array<fan_claim, server_fans> _claims{};
 };

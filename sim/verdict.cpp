@@ -24,6 +24,41 @@ void verdict::sample(const simulated_server& server) {
         _fans[number - 1].add(server.physics().duty(number));
     }
     _fan_energy_ws += server.physics().fan_power() * _period;
+    add_caps(server.caps());
+    add_sensors(server.host().sensors.list());
+}
+
+void verdict::add_caps(const server_caps& caps) {
+    for (std::size_t kind = 0; kind < cap_kinds; ++kind) {
+        const cap_state& now = caps.all()[kind];
+        cap_report& report = _caps[kind];
+        report.name = now.name;
+        report.unit = now.unit;
+        report.requests = now.requests;
+        if (!now.value) {
+            continue;
+        }
+        const bool is_level = kind == static_cast<std::size_t>(cap_kind::drives);
+        const unsigned tighter =
+            is_level ? std::max(report.tightest, *now.value) : std::min(report.tightest, *now.value);
+        report.tightest = report.seconds_on > 0.0 ? tighter : *now.value;
+        report.seconds_on += _period;
+    }
+}
+
+// No reading is no alarm: sensors have none until their firmware is up.
+void verdict::add_sensors(const std::vector<thermal_host::sensor_report>& sensors) {
+    _sensors.resize(std::max(_sensors.size(), sensors.size()));
+    for (std::size_t i = 0; i < sensors.size(); ++i) {
+        const auto state = sensors[i].state;
+        sensor_history& history = _sensors[i];
+        history.name = sensors[i].name;
+        if (state == thermal_host::sensor_state::no_reading || (history.worst && state < *history.worst)) {
+            continue;
+        }
+        history.seconds = history.worst == state ? history.seconds + _period : _period;
+        history.worst = state;
+    }
 }
 
 void verdict::fan_history::add(double percent) {

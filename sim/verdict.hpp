@@ -2,13 +2,15 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "sim/simulated_server.hpp"
 
 namespace sim {
 
-// Judges a run from samples taken at an even pace: limits, regulation, noise and energy.
+// Judges a run from samples taken at an even pace: limits, regulation, noise, energy, caps and alarms.
 class verdict {
 public:
     // Seconds between samples.
@@ -34,8 +36,27 @@ public:
     };
     fan_report fan(unsigned number) const;
 
+    struct cap_report {
+        const char* name = "";
+        const char* unit = "";
+        double seconds_on = 0.0;
+        unsigned tightest = 0;  // the highest level of the drives, the lowest value of all others
+        unsigned requests = 0;  // releases among them
+    };
+    const std::array<cap_report, cap_kinds>& caps() const { return _caps; }
+    const cap_report& cap(cap_kind kind) const { return _caps[static_cast<std::size_t>(kind)]; }
+
+    struct sensor_history {
+        std::string name;
+        std::optional<thermal_host::sensor_state> worst = {};  // nothing for a sensor that never had a reading
+        double seconds = 0.0;                                  // in that state
+    };
+    const std::vector<sensor_history>& sensors() const { return _sensors; }
+
     double fan_energy_wh() const { return _fan_energy_ws / 3600.0; }
     bool limits_held() const;
+    bool host_power_held() const { return cap(cap_kind::host_power).requests == 0; }
+    bool passed() const { return limits_held() && host_power_held(); }
 
 private:
     struct fan_history {
@@ -48,6 +69,8 @@ private:
     };
     using temperatures = std::array<float, server_part_count>;
 
+    void add_caps(const server_caps& caps);
+    void add_sensors(const std::vector<thermal_host::sensor_report>& sensors);
     void judge_phase(std::size_t begin, std::size_t end, std::size_t part, part_report& report) const;
 
     double _period;
@@ -55,6 +78,8 @@ private:
     std::vector<temperatures> _samples;
     std::vector<std::size_t> _phases{0};
     std::array<fan_history, server_fans> _fans{};
+    std::array<cap_report, cap_kinds> _caps{};
+    std::vector<sensor_history> _sensors;
     double _fan_energy_ws = 0.0;
 };
 

@@ -5,15 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "bench/allocation_counter.hpp"
-#include "sim/bundled_files.hpp"
 #include "sim/rule_check.hpp"
-#include "sim/simulated_server.hpp"
-#include "sim/verdict.hpp"
+#include "tests/sim/machine.hpp"
 
 // Whole cycles on the simulated server, with the rules that are bundled with it.
 namespace {
@@ -22,39 +19,6 @@ using namespace sim;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
-
-constexpr double cycle_s = 1.06;
-
-struct machine {
-    temporary_file rules{bundled_rules};
-    simulated_server server;
-
-    explicit machine(load_profile profile = {}, unsigned seed = 0)
-        : server({.rules = rules.path(), .log_mask = 0, .seed = seed}, std::move(profile)) {
-        server.host().log.set_file(nullptr);
-    }
-    std::size_t part(const char* name) const { return find_server_part(name).value(); }
-    float stored(const std::string& key, int instance = 1) {
-        float value = -1.0f;
-        server.store().fetch_dev("common_thermal_device_" + key, instance, &value);
-        return value;
-    }
-    // Once a second for the whole time.
-    verdict judged(double seconds) {
-        verdict result(1.0);
-        for (double end = server.now() + seconds; server.now() < end;) {
-            server.run_for(1.0);
-            result.sample(server);
-        }
-        return result;
-    }
-    double time_of_cycle(unsigned number) {
-        while (server.cycles() < number) {
-            server.run_for(0.01);
-        }
-        return server.now();
-    }
-};
 
 std::string rule(unsigned number, const std::string& name, unsigned duty, const std::string& ki = "100") {
     const std::string device = "PREFIX=common_thermal_device_";
@@ -253,17 +217,6 @@ TEST(trace, drives_one_part_at_its_own_times) {
     EXPECT_NEAR(m.server.physics().power() - before, 150.0, 0.1);
 }
 
-TEST(example_rule_files, load_as_many_rules_as_they_announce) {
-    unsigned files = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(THERMAL_SOURCE_DIR "/examples/rules")) {
-        const rule_check check = check_rules(entry.path().string());
-        EXPECT_EQ(check.error, "") << entry.path();
-        EXPECT_THAT(check.warnings, testing::IsEmpty()) << entry.path();
-        ++files;
-    }
-    EXPECT_GE(files, 1u);
-}
-
 #ifdef THERMAL_SIM_TOOL
 
 // Runs thermal-sim in the root directory; returns its exit code and all that it wrote.
@@ -316,6 +269,29 @@ TEST(thermal_sim, exits_with_2_and_names_what_is_wrong) {
         EXPECT_EQ(code, 2) << options;
         EXPECT_THAT(text, HasSubstr(message)) << options;
     }
+}
+
+TEST(thermal_sim, shows_caps_alarms_and_sensors_while_there_are_any) {
+    const std::string policy = " --rules " THERMAL_SOURCE_DIR "/examples/rules/full_policy.ini";
+    const auto [held, text] = run_tool("--sensors" + policy);
+    EXPECT_EQ(held, 0);
+    for (const char* part : {"caps: fans at most 60 %\n", "caps: processors 200 W\n", "sensors: fan 3 critical 0 rpm\n",
+                             "critical        for 7", "16 sensors always ok, 0 without a reading",
+                             "13   fan 3                   0 rpm   critical"}) {
+        EXPECT_THAT(text, HasSubstr(part));
+    }
+    const auto [code, csv] = run_tool("--csv - --duration 100 --every 100" + policy);
+    EXPECT_EQ(code, 0);
+    EXPECT_THAT(csv,
+                AllOf(HasSubstr(",cap_fans_percent,cap_host_power_w,worst_sensor_state\n"), HasSubstr(",60,,ok\n")));
+}
+
+TEST(thermal_sim, fails_a_run_that_withdraws_host_power) {
+    const temporary_file rules(rule(1, "COLD", 33) + "[SUMMARY]\nALGORITHM_COUNT=2\n[2.ALGORITHM]\nNAME=OFF\n" +
+                               "TYPE=common_thermal_algorithm_sensor_capping_power_permission\n");
+    const auto [code, text] = run_tool("--duration 90 --rules " + rules.path());
+    EXPECT_EQ(code, 1);
+    EXPECT_THAT(text, AllOf(HasSubstr("caps: HOST POWER WITHDRAWN\n"), HasSubstr("Every limit held. HOST POWER WAS")));
 }
 
 #endif

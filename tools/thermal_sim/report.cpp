@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "tools/thermal_sim/cap_report.hpp"
+
 using sim::server_fans;
 using sim::server_part_count;
 using sim::server_parts;
@@ -84,17 +86,6 @@ void print_fans(std::FILE* file, const sim::simulated_server& server) {
 
 std::string limit_text(double limit) { return std::isfinite(limit) ? std::to_string(std::lround(limit)) : "-"; }
 
-// To `width` columns on the left; a byte that continues a character takes none.
-std::string padded(std::string text, std::size_t width) {
-    const auto columns = static_cast<std::size_t>(
-        std::ranges::count_if(text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0u) != 0x80u; }));
-    return text.append(width > columns ? width - columns : 0, ' ');
-}
-
-std::string threshold_text(const std::optional<std::uint8_t>& threshold) {
-    return threshold ? std::to_string(*threshold) : "-";
-}
-
 }  // namespace
 
 void print_table_head(std::FILE* file) {
@@ -116,6 +107,8 @@ void print_table_row(std::FILE* file, const sim::simulated_server& server) {
     }
     std::fprintf(file, "\n");
     print_fans(file, server);
+    print_caps(file, server.caps());
+    print_alarms(file, server.host().sensors.list());
 }
 
 void print_event(std::FILE* file, double seconds, const std::string& text) {
@@ -143,25 +136,11 @@ void print_verdict(std::FILE* file, const sim::verdict& verdict) {
     for_each_alike(name, [&](const std::string& fans, const std::string& doing) {
         std::fprintf(file, "%-10s %s\n", fans.c_str(), doing.c_str());
     });
-    std::fprintf(file, "\nFan energy %.1f Wh. %s\n", verdict.fan_energy_wh(),
-                 verdict.limits_held() ? "Every limit held." : "A LIMIT WAS EXCEEDED.");
-}
-
-void print_sensors(std::FILE* file, const std::vector<thermal_host::sensor_report>& sensors) {
-    std::fprintf(file, "\n%-4s %-16s %8s %-5s %-16s%-27s%s\n", "no", "sensor", "reading", "", "state",
-                 "lower thresholds", "upper thresholds");
-    std::fprintf(file, "%53s%-9s%-9s%-9s%-9s%-9s%s\n", "", "non-cri", "critical", "non-rec", "non-cri", "critical",
-                 "non-rec");
-    for (const auto& sensor : sensors) {
-        const std::string reading = sensor.value ? std::to_string(std::lround(*sensor.value)) : "-";
-        std::string line = padded(std::to_string(sensor.id.number), 5) + padded(sensor.name, 17);
-        line.append(reading.size() < 8 ? 8 - reading.size() : 0, ' ');
-        line += reading + " " + padded(sensor.unit, 6) + padded(sensor_state_text(sensor.state), 16);
-        for (const auto& threshold : sensor.thresholds) {
-            line += padded(threshold_text(threshold), 9);
-        }
-        std::fprintf(file, "%s\n", line.substr(0, line.find_last_not_of(' ') + 1).c_str());
-    }
+    print_cap_verdict(file, verdict);
+    print_alarm_verdict(file, verdict);
+    std::fprintf(file, "\nFan energy %.1f Wh. %s%s\n", verdict.fan_energy_wh(),
+                 verdict.limits_held() ? "Every limit held." : "A LIMIT WAS EXCEEDED.",
+                 verdict.host_power_held() ? "" : " HOST POWER WAS WITHDRAWN.");
 }
 
 void print_store(std::FILE* file, const common_thermal_dao& store) {
@@ -178,6 +157,7 @@ void print_csv_head(std::FILE* file) {
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
         std::fprintf(file, ",fan_%u_winner,fan_%u_rule,fan_%u_duty_percent,fan_%u_rpm", fan, fan, fan, fan);
     }
+    print_csv_cap_columns(file);
     std::fprintf(file, "\n");
 }
 
@@ -192,5 +172,6 @@ void print_csv_row(std::FILE* file, const sim::simulated_server& server) {
         std::fprintf(file, ",%s,%u,%.0f,%.0f", server.winner(fan).c_str(), server.claim(fan).rule, physics.duty(fan),
                      physics.rpm(fan));
     }
+    print_csv_caps(file, server);
     std::fprintf(file, "\n");
 }

@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <string>
-#include <vector>
 
 #include "sim/simulated_server.hpp"
 #include "sim/verdict.hpp"
@@ -12,7 +11,6 @@ void print_table_head(std::FILE* file);
 void print_table_row(std::FILE* file, const sim::simulated_server& server);
 void print_event(std::FILE* file, double seconds, const std::string& text);
 void print_verdict(std::FILE* file, const sim::verdict& verdict);
-void print_sensors(std::FILE* file, const std::vector<thermal_host::sensor_report>& sensors);
 void print_store(std::FILE* file, const common_thermal_dao& store);
 
 // The table's content for other programs: a column a value, a line a row.
