@@ -20,7 +20,7 @@ constexpr int rule_number = 7000;
 class log_test : public host_fixture {
 protected:
     log_test() { ::mkdir(diagnostics_directory, 0755); }
-    ~log_test() override {
+    void TearDown() override {
         for (const auto& entry : std::filesystem::directory_iterator(diagnostics_directory)) {
             if (entry.path().filename().string().find(key) != std::string::npos) {
                 std::filesystem::remove(entry.path());

@@ -22,8 +22,9 @@ const std::string class_prefix = "common_thermal_algorithm_";
 std::vector<std::string> split(const std::string& text, const std::string& separator) {
     std::vector<std::string> parts;
     std::size_t begin = 0;
-    for (std::size_t end; (end = text.find(separator, begin)) != std::string::npos; begin = end + separator.size()) {
+    for (std::size_t end = text.find(separator); end != std::string::npos; end = text.find(separator, begin)) {
         parts.push_back(text.substr(begin, end - begin));
+        begin = end + separator.size();
     }
     parts.push_back(text.substr(begin));
     return parts;
@@ -116,9 +117,9 @@ private:
         for (const std::string& type : owners(cell)) {
             const auto entry = types.find(type);
             if (entry == types.end() || std::find(_current.begin(), _current.end(), type) == _current.end()) {
-                mistakes.push_back(type + " is not among the types of " + cell);
+                mistakes.push_back(std::string(type).append(" is not among the types of ").append(cell));
             } else if (!entry->second.keys.emplace(key, missing).second) {
-                mistakes.push_back(type + ": " + key + " is documented twice");
+                mistakes.push_back(std::string(type).append(": ").append(key).append(" is documented twice"));
             }
         }
     }
@@ -130,7 +131,7 @@ private:
         }
         std::vector<std::string> names = split(cell.substr(open + 1, cell.find(')') - open - 1), ", ");
         for (std::string& name : names) {
-            name = class_prefix + name;
+            name.insert(0, class_prefix);
         }
         return names;
     }
