@@ -58,9 +58,9 @@ protected:
         for (std::size_t i = 1; i <= rows; ++i) {
             const std::string row = std::to_string(i);
             for (const char* axis : {"X", "Y"}) {
-                const std::string key = lead + axis;
-                text += key + "_PREFIX." + row + "=" + (*axis == 'X' ? "x\n" : "y\n");
-                text += key + "_INST." + row + "=" + row + "\n";
+                const char* name = *axis == 'X' ? "x" : "y";
+                text.append(lead).append(axis).append("_PREFIX." + row + "=").append(name).append("\n");
+                text.append(lead).append(axis).append("_INST." + row + "=").append(row).append("\n");
             }
         }
         return text;
