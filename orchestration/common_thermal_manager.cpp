@@ -60,7 +60,27 @@ void common_thermal_manager::add_thermal_device(common_thermal_device* device) {
     }
 }
 
+bool common_thermal_manager::chk_platform_cpu_type_number() {
+    std::size_t intel = 0;
+    std::size_t amd = 0;
+    if (_scheduler != nullptr) {
+        for (const unsigned long index : _scheduler->get_all_thermal_device_cpu_index_list()) {
+            const auto& channel = device_at<common_thermal_device>(*_scheduler, index);
+            intel += channel.get_depends(utils::tdev_cpu_agent_intel).size();
+            amd += channel.get_depends(utils::tdev_cpu_agent_amd).size();
+        }
+    }
+    const bool both = intel > 0 && amd > 0;
+    if (both) {
+        LOG::log(log_source, log_mask::arbitration, "common_thermal_manager:: Both CPU types are available!?\n");
+    }
+    _cpu_intel = static_cast<std::uint8_t>(both ? 0 : intel);
+    _cpu_amd = static_cast<std::uint8_t>(both ? 0 : amd);
+    return !both;
+}
+
 void common_thermal_manager::add_thermal_device_done() {
+    chk_platform_cpu_type_number();
     if (_scheduler != nullptr) {
         _scheduler->add_thermal_device_done();
     }

@@ -45,6 +45,9 @@ public:
     void set_algorithm_parse_file(const std::string& path) { _algorithm_parse_file = path; }
     void add_thermal_device(common_thermal_device* device);
     void add_thermal_device_done();
+    // Counts the processor agents that the channels depend on, which decides what caps go out. False for agents of both
+    // families, which counts as none.
+    bool chk_platform_cpu_type_number();
     // The bit through which this controller votes for the host to have power.
     void set_power_permission_voter(unsigned port);
 

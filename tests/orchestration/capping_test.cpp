@@ -88,6 +88,52 @@ TEST_F(capping_cycle_test, the_tightest_processor_cap_is_sent_once_and_the_memor
     EXPECT_EQ(lines_with("common_thermal_manager::apply_capping_value [0, 65535, 62]\n"), 1);
 }
 
+TEST_F(capping_cycle_test, the_processors_of_the_board_decide_which_memory_and_system_caps_go_out) {
+    const auto whole = made<common_thermal_algorithm_sensor_capping_system_constant>(1, "PARAMETER_COUNT=1\n");
+    const auto modules =
+        made<common_thermal_algorithm_sensor_capping_dimm>(2, "PARAMETER_COUNT=1\n1.PARAMETER_R_MIN=40\n");
+    const auto share = made<common_thermal_algorithm_sensor_capping_dimm_percentage>(
+        3, "PARAMETER_COUNT=1\n1.PARAMETER_PERCENTAGE=30\n");
+    counting_device first(utils::tdev_cpu_channel), second(utils::tdev_cpu_channel);
+    counting_device intel(utils::tdev_cpu_agent_intel), amd(utils::tdev_cpu_agent_amd);
+    // Agents of the second channel, whether they go together, code and word of what is sent as caps come and go.
+    using requests = std::vector<std::pair<int, int>>;
+    const std::tuple<std::vector<common_thermal_device*>, bool, requests, requests> boards[] = {
+        {{}, true, {}, {}},
+        {{&intel}, true, {{0x3102, 40}, {0x1102, 100}}, {{0x3102, 65535}, {0x1102, 65535}}},
+        {{&intel, &amd}, false, {}, {}},
+    };
+    start({&first, &second}, {whole.get(), modules.get(), share.get()});
+    for (const auto& [agents, agree, coming, going] : boards) {
+        for (common_thermal_device* agent : agents) second.add_depend(agent);
+        EXPECT_EQ(manager.chk_platform_cpu_type_number(), agree);
+        EXPECT_EQ(lines_with("common_thermal_manager:: Both CPU types are available!?\n"), agree ? 0 : 1);
+        for (const auto& [holding, expected] : {std::pair{values{1, 2, 3}, coming}, {values{}, going}}) {
+            run_with(holding);
+            requests got;
+            for (const auto& each : sent(191)) {
+                got.emplace_back(each.event.data_byte0 | each.event.data_byte1 << 8, each.event.data_word);
+            }
+            EXPECT_EQ(got, expected);
+        }
+    }
+}
+
+TEST_F(capping_cycle_test, amd_processors_hear_what_to_leave_out_of_the_memory) {
+    const auto share = made<common_thermal_algorithm_sensor_capping_dimm_percentage>(
+        1, "PARAMETER_COUNT=1\n1.PARAMETER_PERCENTAGE=30\n");
+    const auto no_limit = made<common_thermal_algorithm_sensor_capping_dimm_percentage>(
+        2, "PARAMETER_COUNT=1\n1.PARAMETER_PERCENTAGE=150\n");
+    counting_device channel(utils::tdev_cpu_channel), amd(utils::tdev_cpu_agent_amd);
+    channel.add_depend(&amd);
+    start({&channel}, {share.get(), no_limit.get()});
+    const std::pair<values, values> cycles[] = {{{1}, {70}}, {{1, 2}, {}}, {{2}, {0}}, {{}, {0}}, {{1}, {70}}};
+    for (const auto& [holding, expected] : cycles) {
+        run_with(holding);
+        EXPECT_EQ(words(191, 4, 0x3502), expected);
+    }
+}
+
 TEST_F(capping_cycle_test, the_drives_are_told_their_level_once_and_the_tightest_one_when_the_rule_lets_go) {
     const std::string keys =
         "PARAMETER_COUNT=1\n1.PARAMETER_X_PREFIX=t\n1.PARAMETER_MINIMAL_POWER_THRESHOLD=70\n"
