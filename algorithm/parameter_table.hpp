@@ -196,7 +196,7 @@ void add_rule_keys(std::vector<rule_key>& keys, std::span<const parameter<Record
 }
 
 // An algorithm whose parameters are records of one kind. Reads them, shows them and names their keys; a class adds its
-// setters and its poll().
+// setters and its poll(). A record that derives something from its keys has a complete(), called once it is read.
 template <class Record>
 class algorithm_with_parameters : public common_thermal_algorithm {
 public:
@@ -217,6 +217,9 @@ public:
             reader.read(_layout.fields, record);
             parse_rows(rule, number, record);
             reader.read(_layout.behind_rows, record);
+            if constexpr (requires { record.complete(); }) {
+                record.complete();
+            }
         }
     }
 

@@ -21,26 +21,22 @@ constexpr parameter_layout<p> layout{.fields = fields, .closing = "\nr= x"};
 
 }  // namespace
 
-p::setting_places ipmi_sdr_map_parameter::places_of(const store_reference& x, bool lower) {
-    const auto place = [&x](const char* prefix) { return store_reference(prefix + x.name(), x.instance()); };
-    return {place("3LTHD."),
-            place(lower ? "3LSNC." : "3SNC."),
-            place(lower ? "3LSCR." : "3SC."),
-            place(lower ? "3LSNR." : "3SNR."),
-            place("3MIN."),
-            place("3MAX.")};
+void ipmi_sdr_map_parameter::complete() {
+    const bool lower = sel_lower_threshold;
+    const auto place = [this](const char* prefix) {
+        return store_reference(prefix + x_reference.name(), x_reference.instance());
+    };
+    settings = {place("3LTHD."),
+                place(lower ? "3LSNC." : "3SNC."),
+                place(lower ? "3LSCR." : "3SC."),
+                place(lower ? "3LSNR." : "3SNR."),
+                place("3MIN."),
+                place("3MAX.")};
 }
 
 common_thermal_algorithm_ipmi_sdr_map::common_thermal_algorithm_ipmi_sdr_map(int instance)
     : algorithm_with_parameters(layout, "common_thermal_algorithm_ipmi_sdr_map", instance,
                                 common_thermal_utils::talg_ipmi_sdr_map) {}
-
-void common_thermal_algorithm_ipmi_sdr_map::parse_parameters(ini_file::std_handler* rules, const std::string& group) {
-    algorithm_with_parameters::parse_parameters(rules, group);
-    for (auto& [number, record] : records()) {
-        record.settings = parameter_t::places_of(record.x_reference, record.sel_lower_threshold);
-    }
-}
 
 void common_thermal_algorithm_ipmi_sdr_map::poll(common_thermal_dao* dao, unsigned long) {
     set_result(0.0f);

@@ -17,14 +17,11 @@ struct THERMAL_API ipmi_sdr_map_parameter {
 
     // Store keys of the settings: lower flag, three thresholds, range.
     using setting_places = std::array<store_reference, 6>;
-    setting_places settings = places_of(x_reference, sel_lower_threshold);
+    setting_places settings;
 
-    static setting_places places_of(const store_reference& x, bool lower);
-    void set_source(store_reference x, bool lower) {
-        x_reference = std::move(x);
-        sel_lower_threshold = lower;
-        settings = places_of(x_reference, lower);
-    }
+    ipmi_sdr_map_parameter() { complete(); }
+    // Composes those keys; to be called whenever the value or the lower flag is set.
+    void complete();
 };
 
 // Tells common_thermal_device_ipmi_sdr_map, by way of the store, which value each IPMI sensor shows, in which range and
@@ -34,11 +31,13 @@ public:
     explicit common_thermal_algorithm_ipmi_sdr_map(int instance);
 
     void set_parameter_x(unsigned index, std::string x_key, int instance) {
-        record(index).set_source({std::move(x_key), instance}, record(index).sel_lower_threshold);
+        record(index).x_reference = store_reference(std::move(x_key), instance);
+        record(index).complete();
     }
     void set_parameter_map_key(unsigned index, std::string key) { record(index).map_key = std::move(key); }
     void set_parameter_sel_lower_threshold(unsigned index, bool lower) {
-        record(index).set_source(record(index).x_reference, lower);
+        record(index).sel_lower_threshold = lower;
+        record(index).complete();
     }
     void set_parameter_sel_non_critical(unsigned index, float value) { record(index).sel_non_critical = value; }
     void set_parameter_sel_critical(unsigned index, float value) { record(index).sel_critical = value; }
@@ -50,6 +49,5 @@ public:
         record(index).sdr_display_valid_range_max = value;
     }
 
-    void parse_parameters(ini_file::std_handler* rules, const std::string& group) override;
     void poll(common_thermal_dao* dao, unsigned long timestamp) override;
 };

@@ -37,7 +37,6 @@ public:
     // As in a fresh process.
     static void forget_everything();
 
-    void parse_action(ini_file::std_handler*, const std::string&) override {}
     void poll(common_thermal_dao* dao, unsigned long timestamp) override;
 
 protected:

@@ -17,10 +17,10 @@ struct published_setting {
 template <class Settings>
 class settings_target {
 public:
-    settings_target() { compose_keys(); }
+    settings_target() { complete(); }
 
-    // To be called whenever `target` is set.
-    void compose_keys() {
+    // Composes the keys; to be called whenever `target` is set.
+    void complete() {
         for (std::size_t i = 0; i < _keys.size(); ++i) {
             _keys[i] = store_reference(Settings::published()[i].prefix + target.name(), target.instance());
         }
@@ -41,20 +41,12 @@ private:
 // when the conditions of the rule no longer hold: the last rule that wrote them stands.
 template <class Algorithm>
 class with_settings_target : public Algorithm {
-public:
-    void parse_parameters(ini_file::std_handler* rules, const std::string& group) override {
-        Algorithm::parse_parameters(rules, group);
-        for (auto& [number, record] : this->records()) {
-            record.compose_keys();
-        }
-    }
-
 protected:
     using Algorithm::Algorithm;
 
     void set_target(unsigned index, std::string key, int instance) {
         auto& record = this->record(index);
         record.target = store_reference(std::move(key), instance);
-        record.compose_keys();
+        record.complete();
     }
 };

@@ -19,21 +19,9 @@ constexpr parameter_layout<delta_p> delta_layout{.fields = delta_fields};
 }  // namespace
 
 common_thermal_algorithm_config_spike::common_thermal_algorithm_config_spike(int instance)
-    : with_settings_target(range_layout, "common_thermal_algorithm_config_spike", instance,
-                           common_thermal_utils::talg_config_spike) {}
-
-void common_thermal_algorithm_config_spike::poll(common_thermal_dao* dao, unsigned long) {
-    for (auto& [number, entry] : records()) {
-        entry.publish(*dao, entry);
-    }
-}
+    : spike_config(range_layout, "common_thermal_algorithm_config_spike", instance,
+                   common_thermal_utils::talg_config_spike) {}
 
 common_thermal_algorithm_config_spike_delta::common_thermal_algorithm_config_spike_delta(int instance)
-    : with_settings_target(delta_layout, "common_thermal_algorithm_config_spike_delta", instance,
-                           common_thermal_utils::talg_config_spike) {}
-
-void common_thermal_algorithm_config_spike_delta::poll(common_thermal_dao* dao, unsigned long) {
-    for (auto& [number, entry] : records()) {
-        entry.publish(*dao, entry);
-    }
-}
+    : spike_config(delta_layout, "common_thermal_algorithm_config_spike_delta", instance,
+                   common_thermal_utils::talg_config_spike) {}

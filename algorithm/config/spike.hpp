@@ -57,34 +57,40 @@ struct config_spike_delta_parameter : settings_target<spike_delta_settings>, spi
     config_spike_delta_parameter() { spike_delta_max = 1.0f; }
 };
 
-// Sets up the range filters of store values.
-class THERMAL_API common_thermal_algorithm_config_spike
-    : public with_settings_target<algorithm_with_parameters<config_spike_parameter>> {
+// Sets up filters of store values.
+template <class Record>
+class spike_config : public with_settings_target<algorithm_with_parameters<Record>> {
+public:
+    void set_parameter_spike_target(unsigned index, std::string target, int target_instance) {
+        this->set_target(index, std::move(target), target_instance);
+    }
+
+    void poll(common_thermal_dao* dao, unsigned long) override {
+        for (auto& [number, entry] : this->records()) {
+            entry.publish(*dao, entry);
+        }
+    }
+
+protected:
+    using with_settings_target<algorithm_with_parameters<Record>>::with_settings_target;
+};
+
+// The range filters.
+class THERMAL_API common_thermal_algorithm_config_spike : public spike_config<config_spike_parameter> {
 public:
     explicit common_thermal_algorithm_config_spike(int instance);
 
-    void set_parameter_spike_target(unsigned index, std::string target, int target_instance) {
-        set_target(index, std::move(target), target_instance);
-    }
     void set_parameter_spike_max(unsigned index, float value) { record(index).spike_max = value; }
     void set_parameter_spike_critical(unsigned index, float value) { record(index).spike_critical = value; }
     void set_parameter_spike_critical_low(unsigned index, float value) { record(index).spike_critical_low = value; }
     void set_parameter_spike_critical_high(unsigned index, float value) { record(index).spike_critical_high = value; }
-
-    void poll(common_thermal_dao* dao, unsigned long timestamp) override;
 };
 
-// Sets up the delta filter of store values.
-class THERMAL_API common_thermal_algorithm_config_spike_delta
-    : public with_settings_target<algorithm_with_parameters<config_spike_delta_parameter>> {
+// The delta filter.
+class THERMAL_API common_thermal_algorithm_config_spike_delta : public spike_config<config_spike_delta_parameter> {
 public:
     explicit common_thermal_algorithm_config_spike_delta(int instance);
 
-    void set_parameter_spike_target(unsigned index, std::string target, int target_instance) {
-        set_target(index, std::move(target), target_instance);
-    }
     void set_parameter_spike_delta_max(unsigned index, float value) { record(index).spike_delta_max = value; }
     void set_parameter_spike_delta(unsigned index, float value) { record(index).spike_delta = value; }
-
-    void poll(common_thermal_dao* dao, unsigned long timestamp) override;
 };

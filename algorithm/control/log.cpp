@@ -1,7 +1,5 @@
 #include "algorithm/control/log.hpp"
 
-#include <algorithm>
-
 #include "foundation/diagnostic_file.hpp"
 #include "foundation/float_conversion.hpp"
 #include "foundation/log_masks.hpp"
@@ -43,15 +41,6 @@ void restart(p& record, unsigned long timestamp) {
 
 common_thermal_algorithm_log::common_thermal_algorithm_log(int instance)
     : algorithm_with_parameters(layout, "common_thermal_algorithm_log", instance, common_thermal_utils::talg_log) {}
-
-// An ordinary buffer is there from the start; a larger one grows with what it gets.
-void common_thermal_algorithm_log::parse_parameters(ini_file::std_handler* rules, const std::string& group) {
-    constexpr std::uint32_t ordinary = 2048;
-    algorithm_with_parameters::parse_parameters(rules, group);
-    for (auto& [number, record] : records()) {
-        record.samples.reserve(std::clamp(record.record_max, std::uint32_t{2}, ordinary));
-    }
-}
 
 void common_thermal_algorithm_log::poll(common_thermal_dao* dao, unsigned long timestamp) {
     set_result(0.0f);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 #include "algorithm/parameter_table.hpp"
 
 struct log_parameter {
@@ -15,6 +17,12 @@ struct log_parameter {
     std::uint32_t file_index = 0;     // of the next file
     float last_value = 0.0f;
     std::vector<sample> samples;
+
+    // An ordinary buffer is there from the start; a larger one grows with what it gets.
+    void complete() {
+        constexpr std::uint32_t ordinary = 2048;
+        samples.reserve(std::clamp(record_max, std::uint32_t{2}, ordinary));
+    }
 };
 
 // Keeps the changes of store values in memory and writes them to a ring of files whenever a buffer is full. A value
@@ -29,7 +37,6 @@ public:
     void set_parameter_record_max(unsigned index, unsigned count) { record(index).record_max = count; }
     void set_parameter_file_max(unsigned index, unsigned count) { record(index).file_max = count; }
 
-    void parse_parameters(ini_file::std_handler* rules, const std::string& group) override;
     void poll(common_thermal_dao* dao, unsigned long timestamp) override;
 
     // One file, "log.<instance>.<index>.<file>.<key>.<its instance>": a line a sample.
