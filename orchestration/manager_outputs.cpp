@@ -6,6 +6,7 @@
 #include "algorithm/config/nvme_cap_params.hpp"
 #include "device/fan/fan.hpp"
 #include "device/fan/fan_pwm.hpp"
+#include "foundation/firmware_event.hpp"
 #include "foundation/log_masks.hpp"
 #include "orchestration/common_thermal_manager.hpp"
 #include "platform/ipmi.hpp"
@@ -22,11 +23,7 @@ constexpr std::uint16_t no_cap = 65535;
 const interned_name nobody("NA");
 
 bmc_event* new_event(QSignal signal) {
-    QEvent* event = QF::new_(sizeof(bmc_event), signal);
-    if (event == nullptr) {
-        QF::fatal_("common_thermal_manager: no storage for an event");
-    }
-    return static_cast<bmc_event*>(event);
+    return new_firmware_event(signal, "common_thermal_manager: no storage for an event");
 }
 
 enum class processors { any, intel, amd };
