@@ -53,7 +53,6 @@ public:
     void nap_set(unsigned long now, std::uint8_t seconds) { _nap.set(_name.c_str(), now, seconds); }
     bool nap_chk(unsigned long now) { return _nap.check(_name.c_str(), now); }
 
-protected:
     // The dependencies of a kind, in order of addition, as the class that this kind belongs to.
     template <class Device, class Visitor>
     void for_each_depend(tdev_type_t kind, Visitor&& visit) const {

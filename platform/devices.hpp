@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "platform/events.hpp"
@@ -25,12 +26,16 @@ public:
     virtual int dispatch_command(bmc_message_buffer& command);
 
     const std::string& device_name() const { return _device_name; }
+    // First word of the device's record in the tree, by which the firmware's other parts know it; 0 without a record.
+    std::uint32_t record_id() const { return _record_id; }
 
 protected:
+    void set_record_id(std::uint32_t record_id) { _record_id = record_id; }
     void set_fsm(QFsm* machine) { _fsm_object = machine; }
 
 private:
     std::string _device_name;
+    std::uint32_t _record_id = 0;
     QFsm* _fsm_object = nullptr;
 };
 
@@ -41,4 +46,8 @@ struct PLATFORM_API DM {
     // Null for a property that does not exist.
     static bmc_property* get_property(const char* path);
     static bmc_property* get_property(const std::string& path);
+    // By its place in the device tree, such as ".planar_controller.system_board"; null if nothing is there.
+    static logical_device* find_logical_device_instance(const std::string& path);
+    // The device that stands for one piece of hardware, by IPMI entity and instance; null if there is none.
+    static logical_device* find_logical_device(std::uint8_t entity, std::uint8_t instance);
 };

@@ -39,3 +39,17 @@ bmc_property* DM::get_property(const char* path) {
 }
 
 bmc_property* DM::get_property(const std::string& path) { return get_property(path.c_str()); }
+
+logical_device* DM::find_logical_device_instance(const std::string& path) {
+    const platform* host = platform::current();
+    if (host == nullptr) {
+        return nullptr;
+    }
+    const auto found = host->device_paths.find(path);
+    return found != host->device_paths.end() ? found->second : nullptr;
+}
+
+logical_device* DM::find_logical_device(std::uint8_t entity, std::uint8_t instance) {
+    const platform* host = platform::current();
+    return host != nullptr ? host->devices.find(entity, instance) : nullptr;
+}

@@ -9,13 +9,17 @@
 #include <vector>
 
 #include "platform/host/clock.hpp"
+#include "platform/host/device_directory.hpp"
+#include "platform/host/drives.hpp"
 #include "platform/host/event_loop.hpp"
 #include "platform/host/ipmi.hpp"
 #include "platform/host/log.hpp"
 #include "platform/host/ports.hpp"
+#include "platform/host/processors.hpp"
 #include "platform/host/properties.hpp"
 #include "platform/host/sensors.hpp"
 #include "platform/host/services.hpp"
+#include "platform/host/spd.hpp"
 #include "platform/state_machine.hpp"
 
 namespace thermal_host {
@@ -72,7 +76,13 @@ public:
     inventory_service inventory;
     enclosure_service enclosure;
     nvme_service nvme;
+    drive_cage drives{properties};
+    device_directory devices;
+    processor_list processors;
     introspection machines;
+    spd_device spd;
+    // Devices that the firmware finds by their place in its tree; not owned.
+    std::map<std::string, logical_device*> device_paths{{dimm_spd_logical_device::path, &spd}};
     std::map<unsigned, std::string> pin_names;
     // Called by QF::fatal_ ahead of the abort; a test may throw from it.
     std::function<void(const char*)> on_fatal;
