@@ -11,19 +11,12 @@ using utils = common_thermal_utils;
 
 namespace {
 
-// What opens a presence sensor's gate.
-enum class gate { none, ipmi_ready, dp_ready };
+using gate = presence_sensor::gate;
 
 // What a poll leaves in the log.
 enum class trace { none, success, reading };
 
 }  // namespace
-
-struct presence_sensor::row {
-    identity sensor;
-    gate opened_by;
-    bool logs_reads;
-};
 
 struct integer_temperature_sensor::row {
     identity sensor;
@@ -119,21 +112,27 @@ void presence_sensor::poll(common_thermal_dao* dao, unsigned long) {
     };
     const bool open = _row.opened_by == gate::none ||
                       any_depend<common_thermal_device_event_status>(utils::tdev_event_status, has_stage);
-    _values[0] = open && _port.is_bound() && read_presence() ? 1.0f : 0.0f;
-    _values.publish(dao, common_thermal_dao::spike_none);
+    const bool bound = open && _port.is_bound();
+    std::uint8_t bit = 0;
+    const bool read = bound && read_bit(bit);
+    _values[0] = read && bit != 0 ? 1.0f : 0.0f;
+    if (_row.outcome_name != nullptr) {
+        LOG::log(log_source, log_mask::outcome, "%s::%s - isbound(%d), read(%d), val(%d)\n", _row.outcome_name, "poll",
+                 bound ? 1 : 0, read ? 1 : 0, +bit);
+    }
+    _values.publish(dao, _row.spike);
 }
 
-bool presence_sensor::read_presence() {
+bool presence_sensor::read_bit(std::uint8_t& bit) {
     if (_row.logs_reads) {
         LOG::log(log_source, log_mask::life_cycle, "%s::%s(%d) \n", get_name().c_str(), "poll", get_instance());
     }
-    std::uint8_t bit = 0;
     const bool read = _port.read_port_bit(&bit);
     if (read && _row.logs_reads) {
         LOG::log(log_source, log_mask::life_cycle, "%s::%s(%d) - %x\n", get_name().c_str(), "poll", get_instance(),
                  static_cast<unsigned>(bit));
     }
-    return read && bit != 0;
+    return read;
 }
 
 integer_temperature_sensor::integer_temperature_sensor(const row& kind, int instance)

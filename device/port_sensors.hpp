@@ -29,7 +29,16 @@ protected:
 // Whether a component is there: 1.0 or 0.0. Absent while its gate is closed, its port unbound or its read failing.
 class THERMAL_API presence_sensor : public port_sensor {
 public:
-    struct row;
+    // The stage that any event status device it depends on has to have.
+    enum class gate { none, ipmi_ready, dp_ready };
+
+    struct row {
+        identity sensor{};
+        gate opened_by = gate::none;
+        bool logs_reads = false;
+        common_thermal_dao::dev_data_spike_t spike = common_thermal_dao::spike_none;
+        const char* outcome_name = nullptr;  // logs each poll's outcome under this name
+    };
 
     bool is_presence() const { return _values[0] > 0.0f; }
     void poll(common_thermal_dao* dao, unsigned long now) override;
@@ -38,7 +47,7 @@ protected:
     presence_sensor(const row& kind, int instance);
 
 private:
-    bool read_presence();
+    bool read_bit(std::uint8_t& bit);
 
     const row& _row;
 };
