@@ -21,7 +21,7 @@ if(EXISTS ${runner})
     list(TRANSFORM board PREPEND ${PROJECT_SOURCE_DIR}/bench/)
     add_executable(thermal_board_cycles ${runner} ${board})
     target_compile_definitions(thermal_board_cycles PRIVATE THERMAL_SOURCE_DIR="${PROJECT_SOURCE_DIR}")
-    target_link_libraries(thermal_board_cycles PRIVATE thermal_options thermal)
+    target_link_libraries(thermal_board_cycles PRIVATE thermal_options thermal_sim)
 endif()
 
 find_package(benchmark QUIET)

@@ -4,10 +4,14 @@
 
 #include "sim/heat_model.hpp"
 
-// Parameters of the parts and fans of a small server. Where a figure comes from stands beside it; "chosen" marks an
+// Parameters of the parts and fans of a server. Where a figure comes from stands beside it; "chosen" marks an
 // engineering estimate within the usual range of such parts.
 namespace sim {
 
+part_parameters processor_250w(std::string name);     // die of a processor of 250 W TDP
+part_parameters memory_module_ddr(std::string name);  // sensor of a module of 1.5 to 6 W
+part_parameters sata_drive(std::string name);         // case of a 2.5 inch drive of 3 to 7 W
+part_parameters nvme_drive(std::string name);         // controller of a drive of 4 to 12 W
 part_parameters adapter_200w(std::string name);       // reading: the die of a 200 W processor adapter
 part_parameters switch_chip(std::string name);        // die of a link switch of 60 to 100 W
 part_parameters chipset(std::string name);            // die of a platform controller of 8 to 20 W
@@ -19,6 +23,7 @@ part_parameters board_area(std::string name);         // sensor chip on 1 dm2 of
 part_parameters air_sensor(std::string name);         // thermistor in the air: inlet ambient, power supply inlet
 
 fan_parameters fan_60mm(std::string name);
+fan_parameters fan_60mm_pair(std::string name);  // two rotors, one behind the other
 fan_parameters fan_40mm(std::string name);
 
 // The inlet air of the recording that adapter_200w() was fitted to: inside a closed case.

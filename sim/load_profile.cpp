@@ -14,20 +14,23 @@ constexpr std::string_view fan_prefix = "fan_";
 constexpr std::string_view sensor_suffix = "_sensor";
 constexpr std::string_view power_suffix = "_w";
 
-std::optional<std::size_t> part_before(std::string_view column, std::string_view suffix) {
-    return column.ends_with(suffix) ? find_server_part(column.substr(0, column.size() - suffix.size())) : std::nullopt;
+constexpr std::string_view load_suffix = "_load_percent";
+constexpr std::string_view drive_prefix = "drive_";
+
+std::span<const std::size_t> parts_before(std::string_view column, std::string_view suffix) {
+    return column.ends_with(suffix) ? find_server_parts(column.substr(0, column.size() - suffix.size()))
+                                    : std::span<const std::size_t>();
 }
 
-std::size_t fan_behind_prefix(std::string_view column) {
+// From 1 to `last`; 0 for a column that is not the prefix and such a number.
+unsigned number_behind(std::string_view column, std::string_view prefix, unsigned last) {
     unsigned number = 0;
-    if (column.starts_with(fan_prefix)) {
-        column.remove_prefix(fan_prefix.size());
-        const auto [end, error] = std::from_chars(column.data(), column.data() + column.size(), number);
-        if (error != std::errc() || end != column.data() + column.size() || number > server_fans) {
-            return 0;
-        }
+    if (!column.starts_with(prefix)) {
+        return 0;
     }
-    return number;
+    column.remove_prefix(prefix.size());
+    const auto [end, error] = std::from_chars(column.data(), column.data() + column.size(), number);
+    return error == std::errc() && end == column.data() + column.size() && number <= last ? number : 0;
 }
 
 void check_range(const csv_table& table, const std::string& column, const std::vector<double>& values, double low,
@@ -43,29 +46,53 @@ void check_range(const csv_table& table, const std::string& column, const std::v
 
 }  // namespace
 
-load_profile::channel load_profile::channel_of(const csv_table& table, const std::string& column) {
-    channel made{target::load, 0, table.seconds(time_column), table.numbers(column)};
-    double low = 0.0;
-    double high = 1.0;
+load_profile::range load_profile::find_target(std::string_view column, channel& made) {
+    constexpr range percent{0.0, 100.0};
+    constexpr range on_or_off{0.0, 1.0};
     if (column == "load_percent") {
-        high = 100.0;
-    } else if (column == "inlet_c") {
+        made.what = target::load;
+        return percent;
+    }
+    if (column == "inlet_c") {
         made.what = target::inlet;
-        low = -40.0;
-        high = 100.0;
-    } else if (const auto powered = part_before(column, power_suffix)) {
-        made.what = target::power;
-        made.index = *powered;
-        high = 1000.0;
-    } else if (const auto sensed = part_before(column, sensor_suffix)) {
-        made.what = target::sensor;
-        made.index = *sensed;
-    } else if ((made.index = fan_behind_prefix(column)) != 0) {
+        return {-40.0, 100.0};
+    }
+    if (column == "dust_filter") {
+        made.what = target::dust_filter;
+        return on_or_off;
+    }
+    for (std::size_t kind = 0; kind < load_names.size(); ++kind) {
+        if (column.starts_with(load_names[kind]) &&
+            column.substr(std::string_view(load_names[kind]).size()) == load_suffix) {
+            made.what = target::load_of_kind;
+            made.index = kind;
+            return percent;
+        }
+    }
+    if ((made.index = number_behind(column, fan_prefix, server_fans)) != 0) {
         made.what = target::fan;
-    } else {
+        return on_or_off;
+    }
+    if ((made.index = number_behind(column, drive_prefix, drive_bays)) != 0) {
+        made.what = target::drive;
+        return on_or_off;
+    }
+    made.parts = parts_before(column, sensor_suffix);
+    made.what = target::sensor;
+    if (made.parts.empty()) {
+        made.parts = parts_before(column, power_suffix);
+        made.what = target::power;
+    }
+    return made.what == target::sensor ? on_or_off : range{0.0, 1000.0};
+}
+
+load_profile::channel load_profile::channel_of(const csv_table& table, const std::string& column) {
+    channel made{target::load, 0, {}, table.seconds(time_column), table.numbers(column)};
+    const range values = find_target(column, made);
+    if (made.what == target::power && made.parts.empty()) {
         table.fail(0, "column '" + column + "' is none of a load profile, --help lists them");
     }
-    check_range(table, column, made.values, low, high);
+    check_range(table, column, made.values, values.low, values.high);
     return made;
 }
 
@@ -83,12 +110,12 @@ load_profile load_profile::from(const csv_table& table) {
     return profile;
 }
 
-void load_profile::add_trace(const csv_table& table, const std::string& column, std::size_t part) {
+void load_profile::add_trace(const csv_table& table, const std::string& column, std::span<const std::size_t> parts) {
     const auto time = std::ranges::find_if(table.columns(), [](const auto& name) { return name.starts_with("time"); });
     if (time == table.columns().end()) {
         table.fail(0, "no column whose name begins with 'time'");
     }
-    channel trace{target::power, part, table.seconds(*time), table.numbers(column), false};
+    channel trace{target::power, 0, parts, table.seconds(*time), table.numbers(column), false};
     check_range(table, column, trace.values, 0.0, 1000.0);
     if (trace.times.empty()) {
         table.fail(0, "no rows");
@@ -115,36 +142,58 @@ void load_profile::change(const channel& source, double value, server_physics& s
     switch (source.what) {
         case target::load:
             return server.set_load(value);
+        case target::load_of_kind:
+            return server.set_load(static_cast<load_kind>(source.index), value);
         case target::inlet:
             return server.set_inlet(value);
+        case target::dust_filter:
+            if (value != 0.0) server.readings().dust_filter().request();
+            return;
         case target::fan:
             return server.set_fan(static_cast<unsigned>(source.index), value != 0.0);
+        case target::drive:
+            return server.set_drive(static_cast<unsigned>(source.index), value != 0.0);
         case target::sensor:
-            return server.set_sensor(source.index, value != 0.0);
+            for (const std::size_t part : source.parts) server.set_sensor(part, value != 0.0);
+            return;
         case target::power:
-            return server.set_power(source.index, value);
+            for (const std::size_t part : source.parts) server.set_power(part, value);
+            return;
     }
 }
 
 std::string load_profile::text_of(const channel& source, double value) {
     char text[80] = "";
-    const char* part = source.index < server_part_count ? server_parts[source.index].name : "";
+    std::string parts;
+    if (!source.parts.empty()) {
+        const server_part& first = server_parts()[source.parts.front()];
+        parts = source.parts.size() == 1 ? first.full_name : "each " + std::string(first.name);
+    }
     const bool on = value != 0.0;
     switch (source.what) {
         case target::load:
             std::snprintf(text, sizeof text, "load %.0f %%", value);
             break;
+        case target::load_of_kind:
+            std::snprintf(text, sizeof text, "%s load %.0f %%", load_names.at(source.index), value);
+            break;
         case target::inlet:
             std::snprintf(text, sizeof text, "inlet air %.1f \u00b0C", value);
+            break;
+        case target::dust_filter:
+            std::snprintf(text, sizeof text, "dust filter %s", on ? "is to be measured" : "is left alone");
             break;
         case target::fan:
             std::snprintf(text, sizeof text, "fan %zu %s", source.index, on ? "turns again" : "fails");
             break;
+        case target::drive:
+            std::snprintf(text, sizeof text, "drive %zu is %s", source.index, on ? "plugged" : "pulled");
+            break;
         case target::sensor:
-            std::snprintf(text, sizeof text, "%s %s", part, on ? "is read again" : "gives no reading");
+            std::snprintf(text, sizeof text, "%s %s", parts.c_str(), on ? "is read again" : "gives no reading");
             break;
         case target::power:
-            std::snprintf(text, sizeof text, "%s draws %.1f W", part, value);
+            std::snprintf(text, sizeof text, "%s draws %.1f W", parts.c_str(), value);
             break;
     }
     return text;

@@ -4,10 +4,13 @@
 
 namespace sim {
 
-server_board::server_board(common_thermal_manager& manager)
-    : _manager(manager), _psu_fan(static_cast<int>(psu_fan)), _storage_fan(static_cast<int>(storage_fan)) {
+server_board::server_board(common_thermal_manager& manager) : _manager(manager) {
     add_platform();
+    add_processors();
+    add_memory();
+    add_drives();
     add_main_zone();
+    add_air();
     add_power_zone();
     add_storage_zone();
     _fan_control.set_port_input(fan_block);
@@ -15,8 +18,6 @@ server_board::server_board(common_thermal_manager& manager)
     add_sensors();
     _manager.add_thermal_device_done();
 }
-
-unsigned server_board::fpga_records() { return fpga_record_block; }
 
 void server_board::add_platform() {
     add(_stages);
@@ -31,10 +32,107 @@ void server_board::add_platform() {
     add(_fan_info);
 }
 
+// What reads a processor depends on its channel, which depends on whatever says that the processor can be read. Registers
+// are handed over ahead of what reads them, so that the first cycle knows the sockets.
+void server_board::add_processors() {
+    for (unsigned number = 1; number <= sockets; ++number) {
+        socket& parts = _sockets.emplace_back(static_cast<int>(number));
+        parts.registers.set_port_input(socket_registers + number);
+        add(parts.registers);
+    }
+    for (socket& parts : _sockets) {
+        parts.presence.add_depend(&parts.registers);
+        add(parts.presence);
+    }
+    for (socket& parts : _sockets) {
+        add_processor(parts);
+    }
+}
+
+void server_board::add_processor(socket& parts) {
+    const auto number = static_cast<unsigned>(parts.channel.get_instance());
+    parts.disabled.add_depend(&parts.registers);
+    for (common_thermal_device* gate :
+         std::initializer_list<common_thermal_device*>{&parts.agent, &parts.presence, &parts.disabled, &_stages}) {
+        parts.channel.add_depend(gate);
+    }
+    parts.power.add_depend(&parts.info);
+    parts.throttle.set_port_input(socket_throttle_bits + number);
+    parts.throttle.set_port_output(socket_throttle_outputs + number);
+    add(parts.disabled);
+    add(parts.agent);
+    add(parts.channel);
+    for (common_thermal_device* reader : std::initializer_list<common_thermal_device*>{&parts.info, &parts.temperature,
+                                                                                       &parts.power, &parts.throttle}) {
+        reader->add_depend(&parts.channel);
+        add(*reader);
+    }
+    const bool is_first = number == 1;
+    const unsigned block = is_first ? fpga_record_block : fpga_record_block_2;
+    add_fpga_record(parts.cpu_vr, block, is_first ? 2 : 0);
+    add_fpga_record(parts.dimm_vr, block, is_first ? 4 : 2);
+}
+
+void server_board::add_memory() {
+    for (unsigned number = 1; number <= memory_channels; ++number) {
+        auto& channel = _memory_channels.emplace_back(static_cast<int>(number));
+        channel.set_num((number - 1) % channels_a_socket + 1);
+        channel.add_depend(&_sockets[(number - 1) / channels_a_socket].channel);
+    }
+    for (unsigned number = 1; number <= memory_modules; ++number) {
+        memory_module& module = _modules.emplace_back(static_cast<int>(number));
+        auto& channel = _memory_channels[(number - 1) / modules_a_channel];
+        module.presence.set_port_input(module_present_bits + number);
+        channel.add_depend(&module.presence);
+        module.temperature.add_depend(&channel);
+        module.temperature.set_num((number - 1) % modules_a_channel + 1);
+        module.info.add_depend(&module.presence);
+        add(module.presence);
+        add(module.temperature);
+        add(module.info);
+    }
+    for (auto& channel : _memory_channels) {
+        add(channel);
+    }
+}
+
+void server_board::add_drives() {
+    add_component(_backplane_presence, backplane_present_bit, _backplane, backplane_block);
+    for (unsigned number = 1; number <= drive_bays; ++number) {
+        drive_bay& bay = _bays.emplace_back(static_cast<int>(number));
+        bay.info.add_depend(&bay.presence);
+        if (number <= sata_bays) {
+            auto& temperature = _sata.emplace_back(static_cast<int>(number));
+            add_sensor_of(bay.presence, temperature, bay_temperatures + number);
+            bay.info.add_depend(&temperature);
+        } else {
+            auto& record = _nvme.emplace_back(static_cast<int>(number - sata_bays));
+            bay.info.add_depend(&record);
+            add(record);
+        }
+        _drive_count.add_depend(&bay.presence);
+        _drive_mask.add_depend(&bay.presence);
+        add(bay.presence);
+        add(bay.info);
+    }
+    add(_drive_count);
+    add(_drive_mask);
+}
+
+// The ports of an estimate are bound in turn: power, air volume, factor.
+void server_board::add_air() {
+    _exhaust.set_port_input(system_power_number);
+    _exhaust.set_port_input(exhaust_volume_number);
+    _exhaust.set_port_input(exhaust_factor_number);
+    _exhaust.add_depend(&_ambient);
+    add(_exhaust);
+    _airflow.set_port_input(airflow_block);
+    _airflow.add_depend(&_fan_control);
+    add(_airflow);
+}
+
 void server_board::add_main_zone() {
-    add_fpga_record(_ambient, 0);
-    add_fpga_record(_cpu_vr, 2);
-    add_fpga_record(_dimm_vr, 4);
+    add_fpga_record(_ambient, fpga_record_block, 0);
     add_component(_pch_presence, pch_present_bit, _pch, pch_temperature);
     add_component(_retimer_presence, retimer_present_bit, _retimer, retimer_temperature);
     add_chip(_adapter, adapter_chip, temperature_chip::tmp75);
@@ -48,16 +146,35 @@ void server_board::add_main_zone() {
 }
 
 void server_board::add_power_zone() {
-    add_component(_psu_presence, psu_present_bit, _psu_inlet, psu_inlet_temperature);
-    add_fpga_record(_power_vr, 6);
-    _psu_tach.set_port_input(psu_tach_number);
-    add_fan(_psu_fan, _psu_tach, _psu_pwm);
+    for (unsigned number = 1; number <= power_supplies; ++number) {
+        power_supply& parts = _supplies.emplace_back(static_cast<int>(number));
+        add_component(parts.presence, psu_present_bits + number, parts.inlet, psu_inlet_temperatures + number);
+        parts.tach.set_port_input(psu_tach_numbers + number);
+        add_fan(parts.fan, parts.tach, parts.pwm);
+    }
+    add_fpga_record(_power_vr, fpga_record_block, 6);
 }
 
 void server_board::add_storage_zone() {
     add_component(_raid_presence, raid_present_bit, _raid, raid_temperature);
     add_sensor_of(_raid_presence, _battery, battery_temperature);
     add_chip(_storage, storage_chip, temperature_chip::lm92);
+    _m2_air.set_port_type(static_cast<unsigned>(temperature_chip::tmp75));
+    add_component(_m2_air_presence, m2_ambient_present_bit, _m2_air, m2_ambient_chip);
+    _m2_composite.add_depend(&_m2_air);
+    for (unsigned number = 1; number <= m2_drives; ++number) {
+        m2_drive& drive = _m2.emplace_back(static_cast<int>(number));
+        drive.temperature.set_port_input(m2_temperatures + number);
+        drive.temperature.set_port_input(m2_thresholds + number);
+        drive.temperature.add_depend(&drive.presence);
+        drive.presence.set_port_input(m2_present_bits + number);
+        _m2_composite.add_depend(&drive.temperature);
+        add(drive.presence);
+        add(drive.temperature);
+    }
+    add(_m2_composite);
+    _boot_drive.set_num(1);
+    add(_boot_drive);
     _storage_tach.set_port_input(storage_fan_tach_key);
     _storage_pwm.set_port_output(storage_fan_duty_key);
     add_fan(_storage_fan, _storage_tach, _storage_pwm);

@@ -10,29 +10,19 @@ namespace sim {
 namespace {
 
 constexpr QSignal overloaded_signal = 87;
-constexpr std::uint8_t record_invalid = 0x08;
-constexpr std::size_t record_start = 5;
 constexpr std::uint32_t fan_block_unit = 16;  // the FPGA counts positions in 16 bytes
 
-// A chip with one register pair, selected by any pointer.
-thermal_host::block_line& add_chip(thermal_host::port_registry& ports, unsigned port) {
-    thermal_host::block_line& line = ports.add_block(port, {0, 0});
-    line.set_script([&line](const std::uint8_t*, std::uint32_t, std::uint8_t* in, std::uint32_t max, int&) {
-        const auto count = std::min<std::size_t>(max, line.bytes().size());
-        std::copy_n(line.bytes().begin(), count, in);
-        return static_cast<std::uint32_t>(count);
-    });
-    return line;
-}
+// What a processor that slows itself down draws above idle, and when it stops doing so.
+constexpr double throttled_share = 0.6;
+constexpr double throttle_hysteresis_c = 2.0;
 
-// Two's complement with `unit` degrees a step, left-aligned by `shift` bits.
-void put_fixed_point(std::uint8_t* bytes, double celsius, double unit, unsigned shift) {
-    const auto steps = static_cast<std::uint32_t>(std::lround(celsius / unit)) << shift;
-    bytes[0] = static_cast<std::uint8_t>(steps >> 8 & 0xFFu);
-    bytes[1] = static_cast<std::uint8_t>(steps & 0xFFu);
-}
+constexpr double drives_share[] = {1.0, 0.8, 0.6};
 
 std::uint32_t whole(double value) { return static_cast<std::uint32_t>(std::max(0L, std::lround(value))); }
+
+bool is_drive(const server_part& part) { return part.zone == air_zone::main && part.load == load_kind::storage; }
+bool is_processor(const server_part& part) { return part.face == sensor_face::processor; }
+bool is_module(const server_part& part) { return part.face == sensor_face::memory_module; }
 
 }  // namespace
 
@@ -50,10 +40,9 @@ server_physics::server_physics(thermal_host::platform& host, unsigned seed)
     : _host(host),
       _random(seed),
       _noisy(seed != 0),
+      _readings(host),
       _psu(static_cast<std::uint16_t>(host.machines.number_of("CFF2_FAN_SPEED_CTRL_SIG"))),
-      _records(host.ports.add_block(fpga_record_block, std::vector<std::uint8_t>(16))),
       _fan_records(host.ports.add_block(fan_block, std::vector<std::uint8_t>(128), fan_block_unit)),
-      _psu_tach(host.ports.add_number(psu_tach_number)),
       _storage_duty(host.ports.add_number(storage_fan_duty_key)),
       _storage_tach(host.ports.add_number(storage_fan_tach_key)),
       _system_power(host.ports.add_number(system_power_number)) {
@@ -61,51 +50,32 @@ server_physics::server_physics(thermal_host::platform& host, unsigned seed)
     for (const char* name : air_zone_names) {
         _model.add_zone({name, 0.001});
     }
-    add_parts();
+    for (const server_part& part : server_parts()) {
+        _parts.push_back({_model.add_part(static_cast<zone_id>(part.zone), part.make(part.full_name)), -1.0, 0.0});
+    }
     add_fans();
     step(0.0);
-}
-
-void server_physics::add_parts() {
-    for (const unsigned present :
-         {pch_present_bit, psu_present_bit, retimer_present_bit, raid_present_bit, baseboard_present_bit}) {
-        _host.ports.add_number(present, 1);
-    }
-    _host.ports.add_block(fpga_capability_block, {1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-    for (const server_part& part : server_parts) {
-        part_state state{_model.add_part(static_cast<zone_id>(part.zone), part.make(part.name)), -1.0, true, nullptr,
-                         nullptr};
-        switch (part.face) {
-            case sensor_face::degrees:
-            case sensor_face::millidegrees:
-                state.number = &_host.ports.add_number(part.port);
-                break;
-            case sensor_face::fpga_record:
-                state.block = &_records;
-                break;
-            case sensor_face::tmp75:
-            case sensor_face::lm92:
-                state.block = &add_chip(_host.ports, part.port);
-                break;
-        }
-        _parts.push_back(state);
-    }
 }
 
 void server_physics::add_fans() {
     constexpr std::uint32_t one_fan_an_output = 1u << 1;
     _host.ports.add_number(fan_info_number, fpga_fans << 4 | one_fan_an_output);
+    for (unsigned supply = 1; supply <= power_supplies; ++supply) {
+        _psu_tachs.push_back(&_host.ports.add_number(psu_tach_numbers + supply));
+    }
     for (unsigned number = 1; number <= server_fans; ++number) {
-        const air_zone zone = number <= fpga_fans ? air_zone::main
-                              : number == psu_fan ? air_zone::power
-                                                  : air_zone::storage;
+        const air_zone zone = zone_of_fan(number);
         const std::string name = "fan " + std::to_string(number);
         _fans.push_back(
-            _model.add_fan(static_cast<zone_id>(zone), number <= fpga_fans ? fan_60mm(name) : fan_40mm(name)));
+            _model.add_fan(static_cast<zone_id>(zone), zone == air_zone::main ? fan_60mm_pair(name) : fan_40mm(name)));
     }
 }
 
 void server_physics::set_load(double percent) { _load = std::clamp(percent, 0.0, 100.0); }
+
+void server_physics::set_load(load_kind kind, double percent) {
+    _load_of[static_cast<std::size_t>(kind)] = std::clamp(percent, 0.0, 100.0);
+}
 
 void server_physics::set_power(std::size_t part, double watts) { _parts.at(part).own_power_w = watts; }
 
@@ -114,45 +84,78 @@ void server_physics::set_fan(unsigned number, bool works) {
     works ? _model.repair_fan(fan) : _model.fail_fan(fan);
 }
 
-void server_physics::set_sensor(std::size_t part, bool works) {
-    part_state& state = _parts.at(part);
-    state.sensor_works = works;
-    // Records of the FPGA share a line: a lost one is marked invalid in its place.
-    if (server_parts[part].face != sensor_face::fpga_record) {
-        port_line& line = state.number != nullptr ? static_cast<port_line&>(*state.number) : *state.block;
-        works ? line.recover() : line.fail_reads();
-    }
+void server_physics::set_host_power(bool is_on) {
+    _has_host_power = is_on;
+    _readings.set_host_power(is_on);
 }
 
 double server_physics::wanted_power(std::size_t part) const {
-    const server_part& row = server_parts[part];
-    const double own = _parts[part].own_power_w;
-    return own >= 0.0 ? own : row.idle_w + (row.full_w - row.idle_w) * _load / 100.0;
-}
-
-double server_physics::power_of(std::size_t part) const {
-    const double wanted = wanted_power(part);
-    const double idle = std::min(wanted, server_parts[part].idle_w);
-    return _has_host_power ? idle + _share_above_idle * (wanted - idle) : 0.0;
-}
-
-// What the system's cap leaves of the power that parts want above idle, 0..1.
-double server_physics::share_above_idle() const {
-    double fixed = fan_power();
-    double above = 0.0;
-    for (std::size_t part = 0; part < _parts.size(); ++part) {
-        const double wanted = wanted_power(part);
-        fixed += std::min(wanted, server_parts[part].idle_w);
-        above += std::max(0.0, wanted - server_parts[part].idle_w);
+    const server_part& row = server_parts()[part];
+    if (!_has_host_power || (is_drive(row) && !_readings.has_drive(bay_of(row)))) {
+        return 0.0;
     }
-    const bool fits = !_system_cap || above == 0.0 || fixed + above <= *_system_cap;
-    return fits ? 1.0 : std::clamp((*_system_cap - fixed) / above, 0.0, 1.0);
+    const double own = _parts[part].own_power_w;
+    const double load = std::max(_load, _load_of[static_cast<std::size_t>(row.load)]);
+    return own >= 0.0 ? own : row.idle_w + (row.full_w - row.idle_w) * load / 100.0;
+}
+
+// What a part may draw above idle, limits of several parts together aside.
+double server_physics::share_of(std::size_t part) const {
+    const server_part& row = server_parts()[part];
+    if (is_processor(row)) {
+        return _throttles[row.number - 1] ? throttled_share : 1.0;
+    }
+    if (is_module(row)) {
+        return std::min(_limits.memory_percent.value_or(100), 100u) / 100.0;
+    }
+    return is_drive(row) ? drives_share[std::min(_limits.drives_level, 2u)] : 1.0;
+}
+
+template <class Choose>
+void server_physics::limit_to(double watts, double fixed_w, Choose&& choose) {
+    double above_w = 0.0;
+    for (std::size_t part = 0; part < _parts.size(); ++part) {
+        if (choose(server_parts()[part])) {
+            const double idle_w = std::min(_parts[part].drawn_w, server_parts()[part].idle_w);
+            fixed_w += idle_w;
+            above_w += _parts[part].drawn_w - idle_w;
+        }
+    }
+    if (fixed_w + above_w <= watts || above_w == 0.0) {
+        return;
+    }
+    const double share = std::clamp((watts - fixed_w) / above_w, 0.0, 1.0);
+    for (std::size_t part = 0; part < _parts.size(); ++part) {
+        if (choose(server_parts()[part])) {
+            const double idle_w = std::min(_parts[part].drawn_w, server_parts()[part].idle_w);
+            _parts[part].drawn_w = idle_w + share * (_parts[part].drawn_w - idle_w);
+        }
+    }
+}
+
+void server_physics::share_power() {
+    for (std::size_t part = 0; part < _parts.size(); ++part) {
+        const double wanted_w = wanted_power(part);
+        const double idle_w = std::min(wanted_w, server_parts()[part].idle_w);
+        _parts[part].drawn_w = idle_w + share_of(part) * (wanted_w - idle_w);
+    }
+    if (_limits.processors_w) limit_to(*_limits.processors_w, 0.0, is_processor);
+    if (_limits.memory_w) limit_to(*_limits.memory_w, 0.0, is_module);
+    if (_limits.system_w) limit_to(*_limits.system_w, fan_power(), [](const server_part&) { return true; });
+}
+
+double server_physics::hottest(const part_group& group) const {
+    double high = temperature(group.parts.front());
+    for (const std::size_t part : group.parts) {
+        high = std::max(high, temperature(part));
+    }
+    return high;
 }
 
 double server_physics::power() const {
     double sum = 0.0;
-    for (std::size_t part = 0; part < _parts.size(); ++part) {
-        sum += power_of(part);
+    for (const part_state& part : _parts) {
+        sum += part.drawn_w;
     }
     return sum;
 }
@@ -166,69 +169,66 @@ double server_physics::fan_power() const {
 }
 
 double server_physics::duty(unsigned fan) const {
-    switch (fan) {
-        case psu_fan:
+    switch (zone_of_fan(fan)) {
+        case air_zone::power:
             return _psu.duty();
-        case storage_fan:
+        case air_zone::storage:
             return _storage_duty.value();
-        default:
-            return _fan_records.bytes().at(std::size_t{fan_record_size} * (fan - 1)) / 2.55;
+        case air_zone::main:
+            break;
     }
+    return _fan_records.bytes().at(std::size_t{fan_record_size} * (fan - 1)) / 2.55;
 }
 
 void server_physics::step(double seconds) {
-    _share_above_idle = share_above_idle();
-    for (std::size_t part = 0; part < _parts.size(); ++part) {
-        _model.set_power(_parts[part].id, power_of(part));
+    share_power();
+    for (const part_state& part : _parts) {
+        _model.set_power(part.id, part.drawn_w);
     }
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
         _model.set_duty(_fans[fan - 1], duty(fan));
     }
     _model.step(seconds);
-    for (std::size_t part = 0; part < _parts.size(); ++part) {
-        show_temperature(part);
-    }
+    note_throttle();
+    show_parts();
     show_fans();
+    _readings.show_air(_model.air_flow(static_cast<zone_id>(air_zone::main)));
     _system_power.set_value(whole(power() + fan_power()));
 }
 
-void server_physics::show_temperature(std::size_t part) {
-    const server_part& row = server_parts[part];
-    const part_state& state = _parts[part];
-    const double celsius = temperature(part) + noise(0.5);
-    switch (row.face) {
-        case sensor_face::degrees:
-            state.number->set_value(whole(celsius));
-            break;
-        case sensor_face::millidegrees:
-            state.number->set_value(whole(celsius * 1000.0));
-            break;
-        case sensor_face::tmp75:
-            put_fixed_point(state.block->bytes().data(), celsius, 0.0625, 4);
-            break;
-        case sensor_face::lm92:
-            put_fixed_point(state.block->bytes().data(), celsius, 0.0625, 3);
-            break;
-        case sensor_face::fpga_record: {
-            std::uint8_t* record = state.block->bytes().data() + record_start + row.record;
-            put_fixed_point(record, celsius, 0.0625, 4);
-            record[1] = state.sensor_works ? record[1] : record_invalid;
-            break;
+void server_physics::note_throttle() {
+    for (std::size_t part = 0; part < _parts.size(); ++part) {
+        const server_part& row = server_parts()[part];
+        if (is_processor(row)) {
+            bool& throttles = _throttles[row.number - 1];
+            throttles = temperature(part) > processor_tjmax_c - (throttles ? throttle_hysteresis_c : 0.0);
+            _readings.show_throttle(row.number, throttles);
         }
+    }
+}
+
+void server_physics::show_parts() {
+    for (std::size_t part = 0; part < _parts.size(); ++part) {
+        _readings.show(part, temperature(part) + noise(0.5), _parts[part].drawn_w);
     }
 }
 
 void server_physics::show_fans() {
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
         const std::uint32_t shown = whole(rpm(fan) * (1.0 + noise(0.01)));
-        if (fan == psu_fan) {
-            _psu_tach.set_value(shown);
-        } else if (fan == storage_fan) {
-            _storage_tach.set_value(shown);
-        } else {
-            std::uint8_t* tach = _fan_records.bytes().data() + std::size_t{fan_record_size} * (fan - 1) + 1;
-            tach[0] = static_cast<std::uint8_t>(shown >> 8);
-            tach[1] = static_cast<std::uint8_t>(shown & 0xFFu);
+        switch (zone_of_fan(fan)) {
+            case air_zone::power:
+                _psu_tachs[fan - first_psu_fan]->set_value(shown);
+                break;
+            case air_zone::storage:
+                _storage_tach.set_value(shown);
+                break;
+            case air_zone::main: {
+                std::uint8_t* tach = _fan_records.bytes().data() + std::size_t{fan_record_size} * (fan - 1) + 1;
+                tach[0] = static_cast<std::uint8_t>(shown >> 8);
+                tach[1] = static_cast<std::uint8_t>(shown & 0xFFu);
+                break;
+            }
         }
     }
 }

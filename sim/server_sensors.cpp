@@ -26,8 +26,14 @@ constexpr server_sensor sensors[] = {
     {"FAN_4",        "fan 4",         "rpm", 14, utils::sel_event_bits,             100.0f},
     {"FAN_5",        "fan 5",         "rpm", 15, utils::sel_event_bits,             100.0f},
     {"FAN_6",        "fan 6",         "rpm", 16, utils::sel_event_bits,             100.0f},
-    {"FAN_PSU",      "fan 7",         "rpm", 17, utils::sel_event_bits,             100.0f},
-    {"FAN_STORAGE",  "fan 8",         "rpm", 18, utils::sel_event_bits,             100.0f},
+    {"FAN_PSU_1",    "fan 7",         "rpm", 17, utils::sel_event_bits,             100.0f},
+    {"FAN_PSU_2",    "fan 8",         "rpm", 18, utils::sel_event_bits,             100.0f},
+    {"FAN_STORAGE",  "fan 9",         "rpm", 19, utils::sel_event_bits,             100.0f},
+    {"CPU_1",        "processor 1",   "°C",  21, utils::sel_event_thresholds},
+    {"CPU_2",        "processor 2",   "°C",  22, utils::sel_event_thresholds},
+    {"DIMM",         "memory",        "°C",  23, utils::sel_event_thresholds},
+    {"DRIVES",       "drives",        "°C",  24, utils::sel_event_thresholds},
+    {"EXHAUST",      "exhaust air",   "°C",  25, utils::sel_event_thresholds},
 };
 // clang-format on
 

@@ -20,9 +20,10 @@ struct boot_event {
 };
 
 constexpr std::uint8_t adapters_ready = 11;
+constexpr QSignal host_power_up = 128;
 constexpr boot_event boot_events[] = {
     {5, 225, 0, "IPMI service ready"},
-    {8, 128, 0, "host power up"},
+    {8, host_power_up, 0, "host power up"},
     {12, 134, 0, "host enters POST"},
     {50, 135, 0, "POST completed"},
     {55, 304, adapters_ready, "data path to the adapters up"},
@@ -60,7 +61,9 @@ simulated_server::simulated_server(const server_options& options, load_profile p
     _host.log.set_file(stderr);
 
     move_world();
-    _host.loop.call_every(physics_step, [this] { move_world(); });
+    if (options.world_moves) {
+        _host.loop.call_every(physics_step, [this] { move_world(); });
+    }
     _host.loop.call_every(thermal_host::default_tick, [this] { note_cycle(); });
     boot();
 }
@@ -77,6 +80,7 @@ void simulated_server::boot() {
             bmc_event event;
             event.sig = row.signal;
             event.data_byte0 = row.detail;
+            _host_started = _host_started || row.signal == host_power_up;
             _host.loop.publish(event, "simulated firmware");
             if (_tell) {
                 _tell(now(), row.text);
@@ -92,10 +96,18 @@ bool simulated_server::run_until(double seconds) { return _host.loop.run_until(n
 void simulated_server::move_world() {
     const double present = now();
     _profile.apply(present, _physics, _tell);
-    _physics.set_system_cap(_caps.of(cap_kind::system).value);
-    _physics.set_host_power(!_caps.of(cap_kind::host_power).value);
+    _physics.set_limits(limits());
+    _physics.set_host_power(_host_started && !_caps.of(cap_kind::host_power).value);
     _physics.step(present - _moved_to);
     _moved_to = present;
+}
+
+power_limits simulated_server::limits() const {
+    return {.system_w = _caps.of(cap_kind::system).value,
+            .processors_w = _caps.of(cap_kind::processors).value,
+            .memory_w = _caps.of(cap_kind::memory).value,
+            .memory_percent = _caps.of(cap_kind::memory_share).value,
+            .drives_level = _caps.of(cap_kind::drives).value.value_or(0)};
 }
 
 void simulated_server::note_cycle() {

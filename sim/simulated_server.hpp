@@ -18,11 +18,12 @@ struct server_options {
     std::string rules;  // path of the rule file
     bool real_time = false;
     unsigned log_mask = thermal_host::log_writer::default_mask;
-    unsigned seed = 0;  // of the noise on readings; 0 for none
+    unsigned seed = 0;        // of the noise on readings; 0 for none
+    bool world_moves = true;  // false: temperatures, loads and fans stay as they are at power-on
 };
 
-// A small server under the real library: host platform, board, manager and physics, from power-on. One at a time in a
-// process. Its firmware reports the boot stages within the first minute or so.
+// A two-socket server under the real library: host platform, board, manager and physics, from power-on. One at a time in a
+// process. Cold at first: its firmware gives the host power and reports the boot stages within the first minute or so.
 class simulated_server {
 public:
     explicit simulated_server(const server_options& options, load_profile profile = {}, event_sink tell = {});
@@ -62,6 +63,7 @@ public:
 private:
     void boot();
     void move_world();
+    power_limits limits() const;
     void note_cycle();
     void note_claims();
 
@@ -71,6 +73,7 @@ private:
     server_physics _physics;
     server_caps _caps;
     double _moved_to = 0.0;
+    bool _host_started = false;
     std::unique_ptr<common_thermal_scheduler> _scheduler;
     std::unique_ptr<common_thermal_dao> _dao;
     std::unique_ptr<common_thermal_manager> _manager;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <stdexcept>
 
 namespace sim {
 
@@ -17,8 +18,8 @@ constexpr double audible_percent = 2.0;
 void verdict::sample(const simulated_server& server) {
     _times.push_back(server.now());
     temperatures& now = _samples.emplace_back();
-    for (std::size_t part = 0; part < server_part_count; ++part) {
-        now[part] = static_cast<float>(server.physics().temperature(part));
+    for (const part_group& group : part_groups()) {
+        now.push_back(static_cast<float>(server.physics().hottest(group)));
     }
     for (unsigned number = 1; number <= server_fans; ++number) {
         _fans[number - 1].add(server.physics().duty(number));
@@ -79,27 +80,36 @@ void verdict::begin_phase() {
     }
 }
 
-verdict::part_report verdict::part(std::size_t index) const {
+verdict::part_report verdict::part(std::string_view name) const {
+    for (std::size_t group = 0; group < part_groups().size(); ++group) {
+        if (name == part_groups()[group].name) {
+            return part(group);
+        }
+    }
+    throw std::out_of_range("no parts of this name: " + std::string(name));
+}
+
+verdict::part_report verdict::part(std::size_t group) const {
     part_report report;
     for (std::size_t i = 0; i < _samples.size(); ++i) {
-        const auto celsius = static_cast<double>(_samples[i].at(index));
+        const auto celsius = static_cast<double>(_samples[i].at(group));
         if (i == 0 || celsius > report.highest_c) {
             report.highest_c = celsius;
             report.highest_at = _times[i];
         }
-        report.seconds_over += celsius > server_parts[index].limit_c ? _period : 0.0;
+        report.seconds_over += celsius > part_groups()[group].limit_c ? _period : 0.0;
     }
     for (std::size_t i = 0; i < _phases.size(); ++i) {
-        judge_phase(_phases[i], i + 1 < _phases.size() ? _phases[i + 1] : _samples.size(), index, report);
+        judge_phase(_phases[i], i + 1 < _phases.size() ? _phases[i + 1] : _samples.size(), group, report);
     }
     return report;
 }
 
-void verdict::judge_phase(std::size_t begin, std::size_t end, std::size_t part, part_report& report) const {
+void verdict::judge_phase(std::size_t begin, std::size_t end, std::size_t group, part_report& report) const {
     if (static_cast<double>(end - begin) * _period < shortest_phase_s) {
         return;
     }
-    const auto at = [&](std::size_t i) { return static_cast<double>(_samples[i][part]); };
+    const auto at = [&](std::size_t i) { return static_cast<double>(_samples[i][group]); };
     const auto tail = std::max<std::size_t>(1, static_cast<std::size_t>(settled_s / _period));
     double level = 0.0;
     for (std::size_t i = end - tail; i < end; ++i) {
@@ -122,8 +132,8 @@ verdict::fan_report verdict::fan(unsigned number) const {
 
 bool verdict::limits_held() const {
     return std::ranges::all_of(_samples, [](const temperatures& sample) {
-        for (std::size_t part = 0; part < server_part_count; ++part) {
-            if (static_cast<double>(sample[part]) > server_parts[part].limit_c) {
+        for (std::size_t group = 0; group < sample.size(); ++group) {
+            if (static_cast<double>(sample[group]) > part_groups()[group].limit_c) {
                 return false;
             }
         }

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "sim/simulated_server.hpp"
@@ -20,6 +21,7 @@ public:
     // Conditions changed: what follows is judged as a phase of its own.
     void begin_phase();
 
+    // Of the hottest part of a group at any time.
     struct part_report {
         double highest_c = 0.0;
         double highest_at = 0.0;    // seconds since power-on
@@ -28,7 +30,9 @@ public:
         double overshoot_c = 0.0;  // above where a phase began and where it settled
         double settling_s = 0.0;   // until a phase stayed within two degrees of where it settled
     };
-    part_report part(std::size_t index) const;
+    part_report part(std::size_t group) const;
+    // By the group's name; throws std::out_of_range for a name that stands for none.
+    part_report part(std::string_view group) const;
 
     struct fan_report {
         double mean_percent = 0.0;
@@ -67,11 +71,11 @@ private:
 
         void add(double percent);
     };
-    using temperatures = std::array<float, server_part_count>;
+    using temperatures = std::vector<float>;  // by group
 
     void add_caps(const server_caps& caps);
     void add_sensors(const std::vector<thermal_host::sensor_report>& sensors);
-    void judge_phase(std::size_t begin, std::size_t end, std::size_t part, part_report& report) const;
+    void judge_phase(std::size_t begin, std::size_t end, std::size_t group, part_report& report) const;
 
     double _period;
     std::vector<double> _times;

@@ -19,7 +19,7 @@ struct machine {
         : rules(text), server({.rules = rules.path(), .log_mask = 0, .seed = seed}, std::move(profile)) {
         server.host().log.set_file(nullptr);
     }
-    std::size_t part(const char* name) const { return sim::find_server_part(name).value(); }
+    std::size_t part(const char* name) const { return sim::find_server_part(name); }
     float stored(const std::string& key, int instance = 1) {
         float value = -1.0f;
         server.store().fetch_dev("common_thermal_device_" + key, instance, &value);

@@ -64,17 +64,22 @@ TEST_F(policy, caps_what_gets_warm_in_a_load_step_and_releases_it_afterwards) {
     EXPECT_EQ(cap(cap_kind::fans), 60u);
     m.server.physics().set_inlet(36.0);
     m.server.physics().set_load(100.0);
-    m.server.physics().set_power(m.part("storage"), 12.0);
+    for (const std::size_t drive : find_server_parts("nvme")) {
+        m.server.physics().set_power(drive, 21.0);
+    }
     m.server.run_for(400.0);
-    EXPECT_EQ(cap(cap_kind::processors), 200u);
-    EXPECT_EQ(cap(cap_kind::drives), 2u);
+    EXPECT_EQ(cap(cap_kind::processors), 425u) << "85 % of both processors' TDP";
+    EXPECT_LE(m.server.physics().power(m.part("cpu1")) + m.server.physics().power(m.part("cpu2")), 425.01);
+    EXPECT_GE(cap(cap_kind::drives), 1u);
     EXPECT_EQ(cap(cap_kind::fans), std::nullopt) << "warm air ends the quiet";
     m.server.physics().set_fan(3, false);
     m.server.physics().set_inlet(25.0);
     m.server.physics().set_load(0.0);
-    m.server.physics().set_power(m.part("storage"), 1.0);
+    for (const std::size_t drive : find_server_parts("nvme")) {
+        m.server.physics().set_power(drive, 4.0);
+    }
     m.server.run_for(200.0);
-    EXPECT_EQ(cap(cap_kind::processors), 225u) << "the failed fan's cap is left";
+    EXPECT_EQ(cap(cap_kind::processors), 450u) << "the failed fan's cap is left";
     EXPECT_EQ(cap(cap_kind::drives), std::nullopt);
     m.server.physics().set_fan(3, true);
     m.server.run_for(30.0);
@@ -85,27 +90,41 @@ TEST_F(policy, caps_what_gets_warm_in_a_load_step_and_releases_it_afterwards) {
     EXPECT_EQ(cap(cap_kind::host_power), std::nullopt);
 }
 
-// This board reports no processors, so the manager sends no cap on the system: the request is made here.
-TEST_F(policy, obeys_a_system_cap_down_to_idle_power) {
-    const auto request = [this](std::uint16_t watts) {
+// What the firmware does about caps, whoever asks for them.
+TEST_F(policy, obeys_caps_down_to_idle_power) {
+    const auto request = [this](std::uint16_t code, std::uint16_t watts) {
         auto* event = static_cast<bmc_event*>(QF::new_(sizeof(bmc_event), 191));
         event->data_word = watts;
-        event->data_byte0 = 0x02;
-        event->data_byte1 = 0x11;
+        event->data_byte0 = static_cast<std::uint8_t>(code & 0xFFu);
+        event->data_byte1 = static_cast<std::uint8_t>(code >> 8);
         EM::postFIFO(power_capping_controller, event);
         m.server.run_for(1.0);
     };
+    const auto drawn_by = [this](const char* name) {
+        double watts = 0.0;
+        for (const std::size_t part : find_server_parts(name)) {
+            watts += m.server.physics().power(part);
+        }
+        return watts;
+    };
+    constexpr std::uint16_t processors = 0x2102, memory = 0x3102, system = 0x1102, none = 65535;
     m.server.run_until(120.0);
     const double idle = m.server.physics().power();
     m.server.physics().set_load(100.0);
-    m.server.run_for(60.0);
+    m.server.run_for(2.0);
     const double free = m.server.physics().power();
-    request(250);
-    EXPECT_EQ(cap(cap_kind::system), 250u);
-    EXPECT_NEAR(drawn(), 250.0, 1.0);
-    request(10);
+    request(processors, 300);
+    EXPECT_NEAR(drawn_by("cpu"), 300.0, 0.1);
+    request(memory, 50);
+    EXPECT_NEAR(drawn_by("dimm"), 50.0, 0.1);
+    EXPECT_NEAR(m.server.physics().power(), free - 200.0 - 46.0, 0.1);
+    request(system, 900);
+    EXPECT_NEAR(drawn(), 900.0, 1.0);
+    request(system, 10);
     EXPECT_NEAR(m.server.physics().power(), idle, 0.01);
-    request(65535);
+    for (const std::uint16_t kind : {processors, memory, system}) {
+        request(kind, none);
+    }
     EXPECT_EQ(m.server.physics().power(), free);
 }
 

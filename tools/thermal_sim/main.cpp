@@ -49,18 +49,23 @@ struct bad_input : std::runtime_error {
 
 std::string description() {
     std::string parts;
-    for (const auto& part : sim::server_parts) {
-        parts += std::string(parts.empty() ? "" : ", ") + part.name;
+    for (const auto& group : sim::part_groups()) {
+        parts.append(parts.empty() ? "" : ", ").append(group.name);
+        const std::size_t count = group.parts.size();
+        if (count > 1) parts.append("1-").append(std::to_string(count));
     }
-    return "Runs a simulated server under the thermal library and judges how well its rules hold the temperatures.\n"
-           "Without options: half an hour of idle, full load, warm air, a failing fan and idle again, in about a "
-           "second.\n"
+    return "Runs a simulated two-socket server under the thermal library and judges how well its rules hold the "
+           "temperatures.\n"
+           "Without options: half an hour from cold boot over processor, memory and storage load to full load, warm "
+           "air, a\n"
+           "failing fan and idle again, in a few seconds.\n"
            "\n"
            "Parts: " +
            parts +
            ".\n"
-           "Fans 1 to 6 cool the main zone, 7 the power supply (psu_inlet, power_vr), 8 storage (battery, raid, "
-           "storage).";
+           "Fans 1 to 6 cool the main zone, 7 and 8 the power supplies (psu_inlet, power_vr), 9 storage (battery, "
+           "raid,\n"
+           "storage, m2, boot). Drives in bays 1 to 8 are sata1 to sata8, in bays 9 to 24 nvme1 to nvme16.";
 }
 
 constexpr const char* footer =
@@ -68,24 +73,27 @@ constexpr const char* footer =
     "until\n"
     "the next. Columns: time_s, and any of\n"
     "  load_percent      0 to 100, share of the way from idle to full power of all parts\n"
+    "  processor_load_percent, memory_load_percent, storage_load_percent, adapter_load_percent\n"
+    "                    the same of these parts, which take the higher of the two\n"
     "  inlet_c           temperature of the air at the inlet\n"
-    "  fan_1 ... fan_8   1 turns, 0 stands\n"
-    "  PART_sensor       1 works, 0 gives no reading\n"
-    "  PART_w            power of one part in W, in place of the load\n"
+    "  fan_1 ... fan_9   1 turns, 0 stands\n"
+    "  drive_1 ... drive_24   1 plugged, 0 pulled\n"
+    "  dust_filter       1 asks for a measurement of the dust filter\n"
+    "  PART_sensor       1 works, 0 gives no reading; PART is one part (cpu2) or all of a name (cpu)\n"
+    "  PART_w            power of each such part in W, in place of the load\n"
     "Trace (--trace): any CSV file with a column whose name begins with 'time' (seconds, or times of day).\n"
     "Both are read at their own times; the last row holds to the end.\n"
     "\n"
-    "Table: temperatures are those of the parts, whatever a sensor shows. Below them, for each group of fans that do "
+    "Table: temperatures are those of the hottest part of a name, whatever a sensor shows. Below them, for each group "
+    "of fans that do "
     "the\n"
     "same: the rule that won (NAME and number), duty and speed; '-' where no rule asked for anything. Then, only "
     "while\n"
     "there are any, the caps that rules sent out, and the IPMI sensors that are not ok.\n"
-    "Caps: a system cap scales what all parts draw above their idle power, until the whole machine keeps it or is "
-    "idle;\n"
-    "without host power parts draw nothing; a cap on fans holds fans 1 to 6 back. The caps of processors, memory and\n"
-    "drives are only shown. Drives have level 1, less power, and 2, the least. Caps of memory and system go out only "
-    "on\n"
-    "boards that report their processors, which this one does not.\n"
+    "Caps: a cap scales what the parts it is on draw above their idle power, until they keep it or are idle: all of "
+    "the\n"
+    "machine, the processors, or the memory. Drives have level 1, 80 % of that power, and 2, 60 %. Without host power\n"
+    "parts draw nothing; a cap on fans holds fans 1 to 6 back. A processor hotter than 95 \u00b0C slows itself down.\n"
     "Verdict: overshoot is above where a phase began and where it settled, settling the time until a part stayed "
     "within\n"
     "2 \u00b0C; a phase lasts from one change of the profile to the next, the worst one counts.\n"
@@ -146,11 +154,11 @@ unsigned mask_of(const std::string& text) {
 // "part=column"
 void add_column(sim::load_profile& profile, const sim::csv_table& trace, const std::string& text) {
     const std::size_t separator = text.find('=');
-    const auto part = sim::find_server_part(text.substr(0, separator));
-    if (separator == std::string::npos || !part) {
+    const auto parts = sim::find_server_parts(text.substr(0, separator));
+    if (separator == std::string::npos || parts.empty()) {
         throw bad_input("--column: '" + text + "' is not PART=COLUMN with a part of this server, --help lists them");
     }
-    profile.add_trace(trace, text.substr(separator + 1), *part);
+    profile.add_trace(trace, text.substr(separator + 1), parts);
 }
 
 sim::load_profile profile_of(const arguments& given) {

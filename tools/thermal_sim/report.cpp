@@ -7,9 +7,8 @@
 
 #include "tools/thermal_sim/cap_report.hpp"
 
+using sim::part_groups;
 using sim::server_fans;
-using sim::server_part_count;
-using sim::server_parts;
 
 namespace {
 
@@ -24,7 +23,14 @@ std::string clock_text(double seconds) {
     return text;
 }
 
-int width_of(const char* part) { return std::max(7, static_cast<int>(std::string(part).size()) + 1); }
+// A name that its numbers follow may end in "_".
+std::string title_of(const sim::part_group& group) {
+    std::string title = group.name;
+    if (title.back() == '_') title.pop_back();
+    return title;
+}
+
+int width_of(const std::string& title) { return std::max(6, static_cast<int>(title.size()) + 1); }
 
 // "1-2,4-6"
 std::string list_text(const std::vector<unsigned>& numbers) {
@@ -89,21 +95,25 @@ std::string limit_text(double limit) { return std::isfinite(limit) ? std::to_str
 }  // namespace
 
 void print_table_head(std::FILE* file) {
-    std::fprintf(file, "%8s %5s", "time", "load");
-    for (const auto& part : server_parts) {
-        std::fprintf(file, "%*s", width_of(part.name), part.name);
+    std::fprintf(file, "%8s %5s %6s", "time", "load", "power");
+    for (const auto& group : part_groups()) {
+        const std::string title = title_of(group);
+        if (group.in_table) std::fprintf(file, "%*s", width_of(title), title.c_str());
     }
-    std::fprintf(file, "\n%8s %5s", "", "%");
-    for (const auto& part : server_parts) {
-        std::fprintf(file, "%*s", width_of(part.name) + 1, "\u00b0C");  // the sign takes two bytes and one column
+    std::fprintf(file, "\n%8s %5s %6s", "", "%", "W");
+    for (const auto& group : part_groups()) {
+        // The sign takes two bytes and one column.
+        if (group.in_table) std::fprintf(file, "%*s", width_of(title_of(group)) + 1, "\u00b0C");
     }
     std::fprintf(file, "\n");
 }
 
 void print_table_row(std::FILE* file, const sim::simulated_server& server) {
-    std::fprintf(file, "%8s %5.0f", clock_text(server.now()).c_str(), server.physics().load());
-    for (std::size_t part = 0; part < server_part_count; ++part) {
-        std::fprintf(file, "%*.1f", width_of(server_parts[part].name), server.physics().temperature(part));
+    const sim::server_physics& physics = server.physics();
+    std::fprintf(file, "%8s %5.0f %6.0f", clock_text(server.now()).c_str(), physics.highest_load(),
+                 physics.power() + physics.fan_power());
+    for (const auto& group : part_groups()) {
+        if (group.in_table) std::fprintf(file, "%*.1f", width_of(title_of(group)), physics.hottest(group));
     }
     std::fprintf(file, "\n");
     print_fans(file, server);
@@ -118,11 +128,11 @@ void print_event(std::FILE* file, double seconds, const std::string& text) {
 void print_verdict(std::FILE* file, const sim::verdict& verdict) {
     std::fprintf(file, "\n%-10s %9s %7s %7s %10s %10s %9s\n", "part", "highest", "at", "limit", "over limit",
                  "overshoot", "settling");
-    for (std::size_t part = 0; part < server_part_count; ++part) {
-        const auto report = verdict.part(part);
+    for (std::size_t group = 0; group < part_groups().size(); ++group) {
+        const auto report = verdict.part(group);
         std::fprintf(file, "%-10s %6.1f \u00b0C %7s %4s \u00b0C %8.0f s %7.1f \u00b0C %7.0f s%s\n",
-                     server_parts[part].name, report.highest_c, clock_text(report.highest_at).c_str(),
-                     limit_text(server_parts[part].limit_c).c_str(), report.seconds_over, report.overshoot_c,
+                     title_of(part_groups()[group]).c_str(), report.highest_c, clock_text(report.highest_at).c_str(),
+                     limit_text(part_groups()[group].limit_c).c_str(), report.seconds_over, report.overshoot_c,
                      report.settling_s, report.seconds_over > 0.0 ? "  OVER ITS LIMIT" : "");
     }
     std::fprintf(file, "\n");
@@ -150,9 +160,9 @@ void print_store(std::FILE* file, const common_thermal_dao& store) {
 }
 
 void print_csv_head(std::FILE* file) {
-    std::fprintf(file, "time_s,load_percent,inlet_c,power_w,fan_power_w");
-    for (const auto& part : server_parts) {
-        std::fprintf(file, ",%s_c", part.name);
+    std::fprintf(file, "time_s,load_percent,inlet_c,outlet_c,power_w,fan_power_w");
+    for (const auto& part : sim::server_parts()) {
+        std::fprintf(file, ",%s_c", part.full_name.c_str());
     }
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
         std::fprintf(file, ",fan_%u_winner,fan_%u_rule,fan_%u_duty_percent,fan_%u_rpm", fan, fan, fan, fan);
@@ -163,9 +173,9 @@ void print_csv_head(std::FILE* file) {
 
 void print_csv_row(std::FILE* file, const sim::simulated_server& server) {
     const sim::server_physics& physics = server.physics();
-    std::fprintf(file, "%.1f,%.0f,%.1f,%.1f,%.2f", server.now(), physics.load(), physics.inlet(), physics.power(),
-                 physics.fan_power());
-    for (std::size_t part = 0; part < server_part_count; ++part) {
+    std::fprintf(file, "%.1f,%.0f,%.1f,%.1f,%.1f,%.2f", server.now(), physics.highest_load(), physics.inlet(),
+                 physics.outlet(), physics.power(), physics.fan_power());
+    for (std::size_t part = 0; part < sim::server_parts().size(); ++part) {
         std::fprintf(file, ",%.2f", physics.temperature(part));
     }
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
