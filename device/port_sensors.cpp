@@ -115,7 +115,9 @@ void presence_sensor::poll(common_thermal_dao* dao, unsigned long) {
     const bool bound = open && _port.is_bound();
     std::uint8_t bit = 0;
     const bool read = bound && read_bit(bit);
-    _values[0] = read && bit != 0 ? 1.0f : 0.0f;
+    if (read || !_row.keeps_last_value) {
+        _values[0] = read && bit != 0 ? 1.0f : 0.0f;
+    }
     if (_row.outcome_name != nullptr) {
         LOG::log(log_source, log_mask::outcome, "%s::%s - isbound(%d), read(%d), val(%d)\n", _row.outcome_name, "poll",
                  bound ? 1 : 0, read ? 1 : 0, +bit);

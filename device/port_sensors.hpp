@@ -26,7 +26,8 @@ protected:
     device_port _port;
 };
 
-// Whether a component is there: 1.0 or 0.0. Absent while its gate is closed, its port unbound or its read failing.
+// Whether a component is there: 1.0 or 0.0. Absent while its gate is closed; also while its port is unbound or its read
+// failing, unless the row keeps the last value.
 class THERMAL_API presence_sensor : public port_sensor {
 public:
     // The stage that any event status device it depends on has to have.
@@ -38,6 +39,7 @@ public:
         bool logs_reads = false;
         common_thermal_dao::dev_data_spike_t spike = common_thermal_dao::spike_none;
         const char* outcome_name = nullptr;  // logs each poll's outcome under this name
+        bool keeps_last_value = false;       // without a reading
     };
 
     bool is_presence() const { return _values[0] > 0.0f; }

@@ -64,11 +64,9 @@ common_thermal_utils::pci_info_t* common_thermal_device_uefi::get_pci_info_by_in
 std::vector<unsigned> common_thermal_device_uefi::get_pci_info_index_list_by_slot_no_and_location(
     unsigned short slot_no, unsigned char location) const {
     std::vector<unsigned> indices;
-    for (unsigned i = 0; i < _pci_info_list.size(); ++i) {
-        if (_pci_info_list[i].slot_no == slot_no && _pci_info_list[i].location == location) {
-            indices.push_back(i);
-        }
-    }
+    for_each_pci_info(slot_no, location, [&](const pci_info_t& info) {
+        indices.push_back(static_cast<unsigned>(&info - _pci_info_list.data()));
+    });
     return indices;
 }
 

@@ -29,6 +29,18 @@ public:
     // Ascending.
     std::vector<unsigned> get_pci_info_index_list_by_slot_no_and_location(unsigned short slot_no,
                                                                           unsigned char location) const;
+    // The entries themselves, in the same order, without a list of indices. Returns how many there are.
+    template <class Visitor>
+    unsigned for_each_pci_info(unsigned short slot_no, unsigned char location, Visitor&& visit) const {
+        unsigned count = 0;
+        for (const pci_info_t& info : _pci_info_list) {
+            if (info.slot_no == slot_no && info.location == location) {
+                visit(info);
+                ++count;
+            }
+        }
+        return count;
+    }
     // W; no adapter record tells it yet, so always 0.0.
     float get_pci_max_tdp(const _VEKTDB_PCIGenericInfo* info) const;
 

@@ -150,6 +150,19 @@ public:
         cpu_feh = 5,
     };
 
+    // Both where a request to an adapter stands between two polls, and what an operation on its bus came to.
+    enum nv_cmd_status_t : std::uint32_t {
+        cmd_idle = 0,         // nothing in flight: send; as a result: not done in this state
+        cmd_wrong_token = 1,  // the bus belongs to another request
+        cmd_failed = 2,       // bus error, or the adapter refused
+        cmd_pending = 3,      // sent: ask for the status again
+        cmd_data_ready = 4,   // done: read the data
+        cmd_accepted = 5,     // the adapter carries it out in the background
+        cmd_busy = 6,
+        cmd_complete = 7,  // the answer is in hand
+        cmd_skipped = 8,   // not sent
+    };
+
     // Comparison of a live store value with a rule's threshold. OP_NON, OP_MASK and OP_LAST never hold.
     enum operator_t : int { OP_NON, OP_EQ, OP_LE, OP_GE, OP_MASK, OP_NE, OP_LT, OP_GT, OP_LAST };
 

@@ -51,6 +51,8 @@ struct PLATFORM_API IPMI {
     static void register_command(ipmi_command_key key, ipmi_command_handler handler);
     // Tells the IPMI side that something moved; fire and forget.
     static void progress_notify(int code, int detail);
+    // Tells the IPMI side that the power brake of `what` is now in `state`, "enabled" or "disabled"; fire and forget.
+    static void send_pciegen_pwrbrk_enabled_disabled_overriden(const char* what, const char* state);
 };
 
 // Carries out one IPMI request on this controller; both lengths are in bytes. Returns 0 for success. The caller gives

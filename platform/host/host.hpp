@@ -14,6 +14,7 @@
 #include "platform/host/event_loop.hpp"
 #include "platform/host/ipmi.hpp"
 #include "platform/host/log.hpp"
+#include "platform/host/pcie_devices.hpp"
 #include "platform/host/ports.hpp"
 #include "platform/host/processors.hpp"
 #include "platform/host/properties.hpp"
@@ -77,6 +78,7 @@ public:
     enclosure_service enclosure;
     nvme_service nvme;
     drive_cage drives{properties};
+    pcie_devices pcie;
     device_directory devices;
     processor_list processors;
     introspection machines;

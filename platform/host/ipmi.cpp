@@ -67,3 +67,9 @@ void IPMI::progress_notify(int code, int detail) {
         host->ipmi.progress_notes().add({code, detail});
     }
 }
+
+void IPMI::send_pciegen_pwrbrk_enabled_disabled_overriden(const char* what, const char* state) {
+    if (platform* host = platform::current()) {
+        host->ipmi.brake_notices().add({what, state});
+    }
+}

@@ -4,6 +4,7 @@
 #include <functional>
 #include <future>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "platform/host/bounded_record.hpp"
@@ -25,6 +26,11 @@ struct progress_note {
     int detail;
 };
 
+struct brake_notice {
+    std::string what;
+    std::string state;
+};
+
 // Takes requests from any thread and runs their handlers on the loop's thread, between events.
 class ipmi_dispatcher {
 public:
@@ -39,6 +45,7 @@ public:
     std::future<ipmi_answer> request(const ipmi_command_key& key, std::vector<std::uint8_t> bytes);
 
     bounded_record<progress_note>& progress_notes() { return _progress; }
+    bounded_record<brake_notice>& brake_notices() { return _brake; }
 
 private:
     ipmi_answer execute(const ipmi_command_key& key, std::vector<std::uint8_t> bytes);
@@ -46,6 +53,7 @@ private:
     event_loop& _loop;
     std::map<ipmi_command_key, ipmi_command_handler> _handlers;
     bounded_record<progress_note> _progress{64};
+    bounded_record<brake_notice> _brake{64};
 };
 
 }  // namespace thermal_host
