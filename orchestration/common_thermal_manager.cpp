@@ -43,6 +43,8 @@ common_thermal_manager::common_thermal_manager()
     : logical_device(utils::thermal_controller_device(), manager_name, manager_name, true),
       _fsm(std::make_unique<common_thermal_manager_sm>(*this)),
       _fan_maximum(common_thermal_device_fan_control::fan_maximum_name, 1) {
+    _port_total_system_psu.create_port_integer(*this, "CIO_TOTAL_SYSTEM_PSU_WATT", 1, "TOTAL_SYS_PSU_WATTS");
+    _port_total_high_power_pcie.create_port_integer(*this, "CIO_HIPWR_PCIE_TOTAL_WATT", 1, "TOTAL_HIGH_POW_PCIE_WATTS");
     set_fsm(_fsm.get());
     _fsm->set_object_number(QFM::add_qfsm_object(_fsm.get(), this));
     if (!_fsm->is_registered()) {

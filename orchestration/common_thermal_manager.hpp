@@ -15,6 +15,7 @@
 #include "foundation/interned_name.hpp"
 #include "orchestration/common_thermal_manager_sm.hpp"
 #include "orchestration/common_thermal_scheduler.hpp"
+#include "orchestration/slot_table.hpp"
 #include "platform/devices.hpp"
 #include "store/common_thermal_dao.hpp"
 
@@ -75,7 +76,8 @@ public:
     void poll_thermal_algorithm(unsigned long now);
     void load_algorithm_rule(unsigned long now);
 
-    // Arbitration: the wish of a rule against the best one of this cycle so far.
+    // Arbitration: the wish of a rule against the best one of this cycle so far. Those for slots are also compared while
+    // the rule does not hold, and then wish for nothing.
     void compare_algorithm_fan(common_thermal_algorithm* rule, const index_list& fans);
     void compare_algorithm_capping_cpu(common_thermal_algorithm* rule);
     void compare_algorithm_capping_dimm(common_thermal_algorithm* rule);
@@ -83,8 +85,12 @@ public:
     void compare_algorithm_capping_nvme(common_thermal_algorithm* rule);
     void compare_algorithm_capping_fan(common_thermal_algorithm* rule);
     void compare_algorithm_capping_power_permission(common_thermal_algorithm* rule);
+    void compare_algorithm_pciegen_pwrbrk(common_thermal_algorithm* rule, const index_list& pci);
+    void compare_algorithm_powerlimit_pci(common_thermal_algorithm* rule, const index_list& pci);
     bool replaced_algorithm_fan(unsigned fan, std::uint8_t duty) const;
     bool replaced_algorithm_capping(unsigned kind, std::uint16_t value) const;
+    bool replaced_algorithm_pciegen_pwrbrk(unsigned long key, bool brake) const;
+    bool replaced_algorithm_powerlimit_pci(unsigned long key, std::uint8_t percentage) const;
 
     // End of a cycle: the winners go out, the tables start anew.
     void reset_thermal_algorithm_status(unsigned long now);
@@ -93,8 +99,17 @@ public:
     void write_pwm_to_psu(std::uint8_t value) const;
     void apply_capping_value(unsigned long now);
     void handle_power_permission(bool enable);
+    // Whether the brake is in force: not in mode 0. In a mode above 1 it also claims every slot while the large cards
+    // together may draw a third of what the power supplies give.
+    bool chk_pciegen_pwrbrk_uefi_setting(const index_list& pci);
+    void apply_pciegen_pwrbrk_slot(unsigned long now, const index_list& pci);
+    // Goes out when the first slot brakes and when the last one has let go.
+    void send_pciegen_pwrbrk_notification(std::uint8_t slots);
+    void apply_powerlimit_pci_slot(unsigned long now, const index_list& pci);
     void clear_fan_pwm_value(const index_list& fans);
     void clear_capping_value();
+    void clear_pciegen_pwrbrk_slot();
+    void clear_powerlimit_pci_slot(const index_list& pci);
 
     // The winner of a fan in this cycle; duty in percent. The rest is of an earlier cycle while it is not claimed.
     struct fan_alg_t {
@@ -126,6 +141,11 @@ public:
         std::uint16_t value_applied = 65535;
     };
     const cap_alg_t& cap_winner(capping_kind kind) const { return _cap_alg[kind]; }
+
+    // Claim and last application on a slot, by slot key; null for a slot that nothing was applied to yet. The value of a brake is
+    // 0 or 1, that of a limit a percentage, of which 0 and 100 are none.
+    const slot_table::row* brake_winner(std::uint32_t key) const { return _pwrbrk_alg.find(key); }
+    const slot_table::row* limit_winner(std::uint32_t key) const { return _pwrlmt_alg.find(key); }
 
     // The parameters of the drives' capping that went out last, and the instance of their rule.
     template <class... Values>
@@ -159,6 +179,13 @@ private:
     void claim_fan(fan_target& target, const common_thermal_algorithm& rule, std::uint8_t duty);
     void claim_manually(fan_target& target);
     void compare_capping(capping_kind kind, const common_thermal_algorithm& rule, std::uint16_t value);
+    template <class Wish>
+    void claim_slots(common_thermal_algorithm& rule, const index_list& pci, const Wish& wish, slot_table& rows);
+    void compare_slot_wishes(common_thermal_algorithm& rule);
+    void apply_slot_claims(unsigned long now, const index_list& pci);
+    void take_brake_mode();
+    bool is_power_short(const index_list& pci);
+    std::uint32_t total_system_power();
     void act_on_capping(capping_kind kind, std::uint16_t value);
     void send_capping_request(capping_kind kind, std::uint16_t value) const;
     void apply_nvme_params();
@@ -186,7 +213,16 @@ private:
     std::array<cap_alg_t, capping_kinds> _cap_alg{};
     nvme_params<std::uint8_t, std::uint8_t, std::uint8_t> _nvme_params_applied;
     nvme_params<std::uint8_t, std::uint8_t, std::uint16_t, std::uint16_t> _nvme_params_v2_applied;
+    slot_table _pwrbrk_alg;
+    slot_table _pwrlmt_alg;
+
+    std::uint8_t _pwrbrk_mode = 4;   // no mode: the first one always differs
+    bool _pwrbrk_enforced = false;   // the brake went out in the last cycle
+    bool _pwrbrk_announced = false;  // the last notice was of a brake
+    store_reference _pwrbrk_mode_setting{"common_thermal_device_uefi.pciegen_pwrbrk_mode", 1};
 
     common_thermal_dao::dev_data_t _fan_maximum;
+    common_thermal_utils _port_total_system_psu;
+    common_thermal_utils _port_total_high_power_pcie;
     common_thermal_utils _port_power_permission;
 };

@@ -48,12 +48,13 @@ public:
     index_list get_all_thermal_device_cpu_index_list() const {
         return indices_of(common_thermal_utils::tdev_cpu_channel);
     }
-    index_list get_all_thermal_device_pci_index_list() const { return indices_of(common_thermal_utils::tdev_pci_slot); }
+    index_list get_all_thermal_device_pci_index_list() const { return pci_indices(); }
     index_list get_all_thermal_device_event_index_list() const { return event_indices(); }
     index_list get_all_thermal_device_uefi_index_list() const { return uefi_indices(); }
     // The same without a copy.
     const index_list& fan_indices() const { return indices_of(common_thermal_utils::tdev_fan); }
     const index_list& event_indices() const { return indices_of(common_thermal_utils::tdev_event_status); }
+    const index_list& pci_indices() const { return indices_of(common_thermal_utils::tdev_pci_slot); }
     const index_list& uefi_indices() const { return indices_of(common_thermal_utils::tdev_uefi); }
 
     // One step: selects the next slot, or builds the schedule and selects nothing. Until devices and rules are both

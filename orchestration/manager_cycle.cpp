@@ -156,6 +156,9 @@ void common_thermal_manager::poll_rule(common_thermal_algorithm& rule, unsigned 
     if (rule.is_asserted()) {
         compare_asserted_rule(rule);
     }
+    if (rule.supports_more_than_fans()) {
+        compare_slot_wishes(rule);
+    }
     if (rule.is_supported_reassertion_deferment() && rule.has_first_assertion() &&
         !get_stage(common_thermal_utils::post_init)) {
         rule.set_first_assertion(false);

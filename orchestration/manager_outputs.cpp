@@ -92,10 +92,14 @@ void common_thermal_manager::reset_thermal_algorithm_status(unsigned long now) {
         return;
     }
     const index_list& fans = _scheduler->fan_indices();
+    const index_list& pci = _scheduler->pci_indices();
     apply_fan_pwm_value(now, fans);
     apply_capping_value(now);
+    apply_slot_claims(now, pci);
     clear_fan_pwm_value(fans);
     clear_capping_value();
+    clear_pciegen_pwrbrk_slot();
+    clear_powerlimit_pci_slot(pci);
 }
 
 void common_thermal_manager::apply_fan_pwm_value(unsigned long, const index_list& fans) {
