@@ -76,8 +76,8 @@ public:
     void poll_thermal_algorithm(unsigned long now);
     void load_algorithm_rule(unsigned long now);
 
-    // Arbitration: the wish of a rule against the best one of this cycle so far. Those for slots are also compared while
-    // the rule does not hold, and then wish for nothing.
+    // Arbitration: the wish of a rule against the best one of this cycle so far. Those for slots are also compared
+    // while the rule does not hold, and then wish for nothing.
     void compare_algorithm_fan(common_thermal_algorithm* rule, const index_list& fans);
     void compare_algorithm_capping_cpu(common_thermal_algorithm* rule);
     void compare_algorithm_capping_dimm(common_thermal_algorithm* rule);
@@ -142,8 +142,8 @@ public:
     };
     const cap_alg_t& cap_winner(capping_kind kind) const { return _cap_alg[kind]; }
 
-    // Claim and last application on a slot, by slot key; null for a slot that nothing was applied to yet. The value of a brake is
-    // 0 or 1, that of a limit a percentage, of which 0 and 100 are none.
+    // Claim of this cycle and what went out last on a slot, by slot key; null for a slot that nothing was claimed on or
+    // applied to yet. The value of a brake is 0 or 1, that of a limit a percentage, of which 0 and 100 are none.
     const slot_table::row* brake_winner(std::uint32_t key) const { return _pwrbrk_alg.find(key); }
     const slot_table::row* limit_winner(std::uint32_t key) const { return _pwrlmt_alg.find(key); }
 

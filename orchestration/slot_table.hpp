@@ -6,7 +6,8 @@
 
 #include "foundation/interned_name.hpp"
 
-// A rule's claim on a PCI slot. Without a name nobody has claimed the slot.
+// A rule's claim on a PCI slot. No rule has claimed a slot without a name, nor one named "NA" of instance 0; a brake of
+// value 1 without a name is for lack of power.
 struct slot_claim {
     interned_name name{};
     std::uint32_t instance = 0;

@@ -8,8 +8,8 @@
 struct device_temperature_margin {
     std::int32_t margin = 0;    // degrees Celsius; 255 is no reading
     std::uint32_t reading = 0;  // degrees Celsius
-    std::uint64_t time_stamp =
-        0;  // of the reading, in the manager's own unit; one that stands still means a quiet adapter
+    // Of the reading, in the manager's own unit; one that stands still means a quiet adapter.
+    std::uint64_t time_stamp = 0;
 };
 
 // The firmware's manager of adapters that speak PLDM. It asks them in its own time; a call answers from what it

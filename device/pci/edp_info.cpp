@@ -11,9 +11,8 @@ using edp_info = common_thermal_device_pci_request_nvidia_edp_info;
 
 namespace {
 
-constexpr pci_request_device::kind device_kind{"common_thermal_device_pci_request_nvidia_edp_info",
-                                               utils::tdev_pci_request_nvidia_edp_info, pci_group::nvidia_gpu,
-                                               utils::tdev_pci_agent_nvidia};
+constexpr auto device_kind =
+    nvidia_kind("common_thermal_device_pci_request_nvidia_edp_info", utils::tdev_pci_request_nvidia_edp_info);
 constexpr const char* log_name = device_kind.class_name;
 
 enum word : std::size_t { edpc, edpc_min, edpc_max, edpp, edpp_min, edpp_max, word_count };
@@ -240,10 +239,10 @@ void edp_info::start_over() {
 }
 
 void edp_info::abandon() {
-    if (agent_t* agent = target_agent(); agent != nullptr && !is_between_operations()) {
-        release_owned_token(*agent, target_name());
+    if (!is_between_operations()) {
+        give_up(target_agent(), target_name());
+        start_over();
     }
-    start_over();
 }
 
 // Takes the power that a slot asks for, in mW, to within the card's bounds, which have to be known.
@@ -381,13 +380,11 @@ void edp_info::poll(common_thermal_dao* dao, unsigned long now) {
         return;
     }
     const wishes wanted = is_reading_on() ? wishes{} : ask_slots();
-    if (is_between_operations()) {
-        _core = choose_target();
-    }
-    if (!_core) {
+    const target core = choose_target(!is_between_operations());
+    if (!core) {
         return;
     }
-    const bool is_through = visit(_core, wanted);
+    const bool is_through = visit(core, wanted);
     _values.publish(dao, common_thermal_dao::spike_none);
     if (is_through) {
         nap_set(now, rest_seconds);

@@ -74,7 +74,6 @@ private:
     // Gives the bus back in the middle of an operation.
     void abandon();
 
-    target _core;  // of the operation that is under way
     stage _stage = read_bounds;
     std::uint8_t _step = 0;
     std::uint8_t _async_sequence = 0;  // the card's number for the command it carries out

@@ -177,9 +177,8 @@ void common_thermal_device_pci_request_nvidia_capability::poll(common_thermal_da
         _cap_step = 0;
         visit_next_agent();
     }
-    auto* agent = visited_agent<agent_t>();
     if (is_card_supported()) {
-        if (agent != nullptr) {
+        if (auto* agent = visited_agent<agent_t>(); agent != nullptr) {
             ask_for_page(*agent);
         }
         log_poll();
@@ -189,7 +188,7 @@ void common_thermal_device_pci_request_nvidia_capability::poll(common_thermal_da
         }
     } else {
         if (_exchange.in_flight()) {
-            give_up(agent, page_name());
+            give_up(visited_agent<agent_t>(), page_name());
         }
         start_anew();
     }

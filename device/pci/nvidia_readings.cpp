@@ -98,15 +98,16 @@ nvidia_reading::nvidia_reading(const row& reading, int instance,
 
 void nvidia_reading::store(std::uint32_t core, float value) {
     const std::size_t place = _row.cores > 1 ? core - 1 : 0;
-    if (place < _row.cores) {
-        _values[_row.first + place] = value;
+    if (place >= _row.cores) {
+        return;
     }
-}
-
-void nvidia_reading::sum_up() {
+    _values[_row.first + place] = value;
+    if (_row.sum_up == nullptr) {
+        return;
+    }
     float total = 0.0f;
-    for (std::size_t place = 0; place < _row.cores; ++place) {
-        total = _row.sum_up(total, _values[_row.first + place]);
+    for (std::size_t position = _row.first; position < _row.first + _row.cores; ++position) {
+        total = _row.sum_up(total, _values[position]);
     }
     _values[_row.total] = total;
 }
@@ -141,7 +142,7 @@ void nvidia_reading::poll(common_thermal_dao* dao, unsigned long) {
         }
         return;
     }
-    const target visited = choose_target();
+    const target visited = choose_target(_exchange.in_flight());
     if (!visited) {
         return;
     }
@@ -150,9 +151,6 @@ void nvidia_reading::poll(common_thermal_dao* dao, unsigned long) {
         ask(*visited.agent);
     } else {
         pass_over(*visited.agent);
-    }
-    if (_row.sum_up != nullptr) {
-        sum_up();
     }
     if (supported) {
         tell_slots(_row.tell, _values[_row.total]);

@@ -21,9 +21,8 @@ protected:
 private:
     void ask(agent_t& agent);
     void pass_over(agent_t& agent);
-    // A core that has no value of its own is left out.
+    // With the total that follows from it. A core that has no value of its own is left out.
     void store(std::uint32_t core, float value);
-    void sum_up();
 };
 
 class THERMAL_API nvidia_temperature_reading : public nvidia_reading {

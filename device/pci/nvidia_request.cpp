@@ -41,9 +41,9 @@ void nvidia_request_device::give_up(agent_t* agent, std::string_view name) {
     _exchange.reset();
 }
 
-nvidia_supported_request::target nvidia_supported_request::choose_target() {
+nvidia_supported_request::target nvidia_supported_request::choose_target(bool goes_on) {
     using capability_t = common_thermal_device_pci_request_nvidia_capability;
-    if (_exchange.in_flight() && _target) {  // a request in flight holds the turn
+    if (goes_on && _target) {
         return _target;
     }
     _target.agent = target_agent();

@@ -59,8 +59,8 @@ protected:
         // False unless the device depends on at least one of each.
         explicit operator bool() const { return agent != nullptr && capability != nullptr; }
     };
-    // Whose turn it is: the same until visit_next_agent().
-    target choose_target();
+    // Whose turn it is: the same until visit_next_agent(). Not looked for again while its request `goes_on`.
+    target choose_target(bool goes_on);
     // Name of the token for the target chosen last.
     std::string_view target_name() { return _token_name.of(_capability_index, _agent_index); }
     // The agent of that target.

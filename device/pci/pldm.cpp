@@ -141,13 +141,13 @@ device_temperature_margin common_thermal_device_pci_request_pldm_info::read_adap
 }
 
 bool common_thermal_device_pci_request_pldm_info::is_news(const device_temperature_margin& data) const {
-    return static_cast<float>(data.margin) != utils::invalid_temperature && data.time_stamp != _last_time_stamp;
+    return static_cast<float>(data.margin) != utils::invalid_temperature && data.time_stamp != _last_timestamp;
 }
 
 void common_thermal_device_pci_request_pldm_info::take(const device_temperature_margin& data) {
     _last_margin = static_cast<float>(data.margin);
     _last_reading = static_cast<float>(data.reading);
-    _last_time_stamp = data.time_stamp;
+    _last_timestamp = data.time_stamp;
     _heartbroken_countdown = polls_of_grace;
 }
 

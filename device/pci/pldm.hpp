@@ -3,8 +3,8 @@
 #include "device/pci/request_device.hpp"
 #include "platform/pcie_device_manager.hpp"
 
-// Adapters that the firmware reads through PLDM. None of these devices talks to a card: the firmware's manager does, and
-// they take what it remembers.
+// Adapters that the firmware reads through PLDM. None of these devices talks to a card: the firmware's manager does,
+// and they take what it remembers.
 
 // One status level of an adapter: a port that is not 0 while the adapter is on that level.
 class THERMAL_API common_thermal_device_pci_agent_pldm : public common_thermal_device {
@@ -14,8 +14,8 @@ public:
     void set_port_input(unsigned port) { _port.bind(port); }
     void set_port_input(const std::string& key) { _port.bind(key); }
 
-    // 1 to 5; anything else is 0, which is no level. Level 1 says that the adapter reports at all, and an agent that once
-    // had it stays that kind of agent.
+    // 1 to 5; anything else is 0, which is no level. Level 1 says that the adapter reports at all, and an agent that
+    // once had it stays that kind of agent.
     void set_num(unsigned level);
     unsigned get_num() const { return _level; }
     bool is_ready() const { return _ready; }
@@ -63,8 +63,9 @@ private:
     bool _init_done = false;
 };
 
-// Margin and temperature of an adapter, each 4 seconds. A quiet adapter keeps its last values for three more passes; then
-// its margin is 255.0, and slots are told nothing until a new time stamp comes: they keep what they were told last.
+// Margin and temperature of an adapter, each 4 seconds. A quiet adapter keeps its last values for three more passes;
+// then its margin is 255.0, and slots are told nothing until a new time stamp comes: they keep what they were told
+// last.
 class THERMAL_API common_thermal_device_pci_request_pldm_info : public pci_request_device {
 public:
     explicit common_thermal_device_pci_request_pldm_info(int instance);
@@ -79,6 +80,6 @@ private:
 
     float _last_margin = common_thermal_utils::invalid_temperature;
     float _last_reading = 0.0f;
-    std::uint64_t _last_time_stamp = 0;
+    std::uint64_t _last_timestamp = 0;
     std::uint8_t _heartbroken_countdown;
 };

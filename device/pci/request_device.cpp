@@ -5,21 +5,15 @@
 using utils = common_thermal_utils;
 using supported_list = common_thermal_device_pci_supported_list;
 
-std::string_view token_name::of(std::uint32_t target) {
-    if (_text.empty() || target != _target) {
-        _target = target;
-        _text = _prefix + std::to_string(target);
-    }
-    return _text;
+void token_name::compose(std::uint32_t target) {
+    _target = target;
+    _text = _prefix + std::to_string(target);
 }
 
-std::string_view token_name::of(std::uint32_t group, std::uint32_t target) {
-    if (_text.empty() || group != _group || target != _target) {
-        _group = group;
-        _target = target;
-        _text = _prefix + std::to_string(group) + "." + std::to_string(target);
-    }
-    return _text;
+void token_name::compose(std::uint32_t group, std::uint32_t target) {
+    _group = group;
+    _target = target;
+    _text = _prefix + std::to_string(group) + "." + std::to_string(target);
 }
 
 pci_request_device::pci_request_device(const kind& row, int instance,

@@ -9,10 +9,23 @@ class THERMAL_API token_name {
 public:
     explicit token_name(const char* prefix) : _prefix(prefix) {}
 
-    std::string_view of(std::uint32_t target);
-    std::string_view of(std::uint32_t group, std::uint32_t target);
+    std::string_view of(std::uint32_t target) {
+        if (_text.empty() || target != _target) {
+            compose(target);
+        }
+        return _text;
+    }
+    std::string_view of(std::uint32_t group, std::uint32_t target) {
+        if (_text.empty() || group != _group || target != _target) {
+            compose(group, target);
+        }
+        return _text;
+    }
 
 private:
+    void compose(std::uint32_t target);
+    void compose(std::uint32_t group, std::uint32_t target);
+
     const char* _prefix;
     std::uint32_t _group = 0;
     std::uint32_t _target = 0;

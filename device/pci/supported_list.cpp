@@ -1,9 +1,5 @@
 #include "device/pci/supported_list.hpp"
 
-#include <algorithm>
-#include <array>
-#include <iterator>
-
 #include "device/event_status.hpp"
 
 using utils = common_thermal_utils;
@@ -29,10 +25,35 @@ enum family : std::uint8_t {
 };
 constexpr std::size_t actived = family_count;
 
-constexpr std::array<pci_group::group_t, family_count> group_of_family{
-    pci_group::amd_gpu,       pci_group::amd_rf_gpu, pci_group::intel_gaudi3_gpu, pci_group::intel_fpga,
-    pci_group::pensando_cpld, pci_group::nvidia_gpu, pci_group::nvidia_rf_gpu,    pci_group::xilinx_fpga,
-    pci_group::nvmemi,        pci_group::pldm,       pci_group::intel_nic};
+// family_count for a group that is none. Every request device asks on every poll: a search would cost more.
+family family_of(pci_group::group_t group) {
+    switch (static_cast<unsigned>(group)) {
+        case pci_group::amd_gpu:
+            return amd_gpu;
+        case pci_group::amd_rf_gpu:
+            return amd_rf_gpu;
+        case pci_group::intel_gaudi3_gpu:
+            return intel_gaudi3_gpu;
+        case pci_group::intel_fpga:
+            return intel_fpga;
+        case pci_group::pensando_cpld:
+            return pensando_cpld;
+        case pci_group::nvidia_gpu:
+            return nvidia_gpu;
+        case pci_group::nvidia_rf_gpu:
+            return nvidia_rf_gpu;
+        case pci_group::xilinx_fpga:
+            return xilinx_fpga;
+        case pci_group::nvmemi:
+            return nvmemi;
+        case pci_group::pldm:
+            return pldm;
+        case pci_group::intel_nic:
+            return intel_nic;
+        default:
+            return family_count;
+    }
+}
 
 constexpr int any = -1;
 constexpr std::uint32_t accelerator_class = 0x120000;
@@ -157,9 +178,8 @@ bool common_thermal_device_pci_supported_list::is_actived(tdev_type_t group) con
             utils::tdev_event_status,
             [](const common_thermal_device_event_status& status) { return status.get_stage(utils::dp_ready); });
     }
-    const auto found = std::find(group_of_family.begin(), group_of_family.end(), group);
-    return found != group_of_family.end() &&
-           _values[static_cast<std::size_t>(std::distance(group_of_family.begin(), found))] > 0.0f;
+    const family asked = family_of(group);
+    return asked != family_count && _values[asked] > 0.0f;
 }
 
 bool common_thermal_device_pci_supported_list::has_any_family() const {

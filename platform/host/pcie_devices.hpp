@@ -22,8 +22,8 @@ private:
     std::uint32_t _polling_interval = 0;
 };
 
-// The adapters that speak PLDM, which come and go while the machine runs. Loop thread only. A reference to an adapter is
-// good until it is pulled. The polling mode is process-wide: a new host starts with 0.
+// The adapters that speak PLDM, which come and go while the machine runs. Loop thread only. A reference to an adapter
+// is good until it is pulled. The polling mode is process-wide: a new host starts with 0.
 class pcie_devices {
 public:
     pcie_devices() { pcie_device_manager::polling_mode = 0; }

@@ -107,13 +107,35 @@ TEST_F(amd_test, a_power_that_is_not_valid_is_zero_for_the_slot_and_stands_in_th
     }
     EXPECT_EQ(lines_with("amd_power::request_power_rm [EF][20]->[2C][01]:[07]\n"), 1);
     EXPECT_EQ(lines_with("amd_power::request_power_rm - cur_status(2)\n"), 2);
-    poll_without_bus(power_device, agent);
-    EXPECT_TRUE(of_power("valid") == 0 && of_power("power") == 300 && told("power") == 0);
     speak(true);
     take_sent();
     poll(power_device);
-    EXPECT_TRUE(take_sent().empty() && told("power") == 0);
+    EXPECT_TRUE(take_sent().empty() && of_power("valid") == 1 && told("power") == 300000) << "the last one";
     EXPECT_EQ(lines_with("common_thermal_device_pci_request_amd_power::request_power - NO_SUPPORT(2)\n"), 1);
+    poll_without_bus(power_device, agent);
+    EXPECT_TRUE(of_power("valid") == 0 && of_power("power") == 300 && told("power") == 0);
+}
+
+TEST_F(amd_test, each_reading_takes_the_bus_under_a_name_of_its_own) {
+    const struct {
+        common_thermal_device& device;
+        const char* token;
+        bool plain;
+        exchanges sent;
+    } rows[] = {
+        {temperature_device, "amddietemp.1.0", true, {ask_die, {1}}},
+        {temperature_device, "amdambtemp.1.0", true, {{1}}},
+        {memory_device, "amdmemtemp.1.0", true, {ask_memory}},
+        {power_device, "amdpower.1.0", false, {status}},
+    };
+    for (const auto& r : rows) {
+        speak(r.plain);
+        agent.get_agent_token(r.token);
+        poll(r.device);
+        EXPECT_EQ(take_sent(), r.sent) << r.token;
+        EXPECT_NE(agent.get_agent_token("another"), 0u) << "given back";
+        agent.release_agent_token();
+    }
 }
 
 TEST_F(amd_test, all_three_move_on_to_the_next_agent_also_when_they_are_refused) {

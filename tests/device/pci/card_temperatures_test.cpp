@@ -114,6 +114,9 @@ TEST_F(card_temperature_test, the_network_card_is_valid_by_its_last_answer_and_k
     EXPECT_EQ(lines_with(name + "2::request_temperature - cur_status(2)\n"), 1);
     EXPECT_EQ(lines_with(name + "3::request_temperature - cur_status(2) -rsp_data[0]:9 -rsp_data[4]:78 \n"), 1);
     EXPECT_EQ(lines_with(name + "::request_temperature - cur_status(2)\n"), 3);
+    agent.get_agent_token("intel_nictemp.0");
+    poll(nic);
+    EXPECT_FALSE(sent.empty()) << "it asks under this name";
 }
 
 TEST_F(card_temperature_test, the_logic_device_gives_chip_or_board_and_the_hotter_module) {
@@ -168,6 +171,9 @@ TEST_F(card_temperature_test, the_logic_device_gives_chip_or_board_and_the_hotte
     poll_without_bus(cpld, agent);
     EXPECT_TRUE(told("temperature") == 0 && told("secondary_temperature") == 0 && sent.empty());
     EXPECT_EQ(shown_values(), rows[8].values);
+    agent.get_agent_token("psdcpldtemp.0");
+    poll(cpld);
+    EXPECT_FALSE(sent.empty()) << "it asks under this name";
 }
 
 TEST_F(card_temperature_test, the_power_meter_tells_slots_every_reading_it_has) {

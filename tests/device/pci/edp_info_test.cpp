@@ -228,6 +228,17 @@ TEST_F(edp_test, a_power_limit_is_clamped_set_and_read_back_a_step_each_poll) {
     EXPECT_EQ(bench.core.edpc, 100000u) << "a wish that was taken back is no limit of 0 W";
 }
 
+TEST_F(edp_test, of_several_slots_the_last_one_is_obeyed) {
+    edp_bench bench(host, dao, 300.0f, 0);
+    common_thermal_device_pci_slot last(2);
+    link(bench.edp, {&last});
+    bench.poll(20);
+    EXPECT_EQ(bench.core.edpc, 200000u) << "which wants nothing";
+    last.set_powerlimit_watt(150.0f);
+    bench.poll(20);
+    EXPECT_EQ(bench.core.edpc, 150000u);
+}
+
 TEST_F(edp_test, it_rests_after_an_operation_and_neither_within_one_nor_for_a_bus_that_is_taken) {
     edp_bench bench(host, dao, 0.0f, 0);
     poll(bench.edp, 3);

@@ -253,6 +253,20 @@ TEST_F(nvidia_test, each_reading_has_its_own_command_and_place_in_the_slot) {
     }
 }
 
+TEST_F(nvidia_test, a_limit_that_leaps_up_or_down_reaches_the_slot_before_the_spike_filter_believes_it) {
+    const std::string key = "pci_request_nvidia_tlimit_temperature.temperature";
+    filter(key, 0);
+    dao.update_dev("1SCH.common_thermal_device_" + key, 1, 90, false);
+    dao.update_dev("1SCL.common_thermal_device_" + key, 1, 10, false);
+    find_capabilities();
+    for (const auto& [told, believed] : {std::pair{20u, 20}, {95u, 20}, {20u, 20}, {5u, 20}, {5u, 5}}) {
+        cores[0].words[limit] = told << 8;
+        poll(limit_reader);
+        EXPECT_EQ(stored(key), static_cast<float>(believed));
+        EXPECT_EQ(slot_value("margin"), static_cast<float>(told));
+    }
+}
+
 TEST_F(nvidia_test, cores_are_visited_in_turn_and_make_one_reading) {
     for (const unsigned num : {2u, 3u, 4u, 5u}) {
         add_core(num).status = num == 2 ? 0x9E : 0x9F;

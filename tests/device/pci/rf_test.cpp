@@ -124,7 +124,8 @@ protected:
             host.ports.remove(sensor.key);
             host.log.captured().clear();
             EXPECT_EQ(poll_once(family, device), without);
-            const std::string unbound = "common_thermal_device_pci_agent_" + sensor.unbound;
+            const std::string unbound =
+                sensor.unbound.empty() ? std::string() : "common_thermal_device_pci_agent_" + sensor.unbound;
             const int lost = sensor.unbound.empty() ? 0 : 1, refused = family.whole[5] == 0 ? 1 : 0;
             EXPECT_EQ(lines_with(unbound + " not bound. request_reading.1\n"), lost);
             EXPECT_EQ(lines_with(family.logged + "::request_reading - cur_status(2)\n"), lost + refused);
