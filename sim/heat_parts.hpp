@@ -12,6 +12,7 @@ part_parameters processor_250w(std::string name);     // die of a processor of 2
 part_parameters memory_module_ddr(std::string name);  // sensor of a module of 1.5 to 6 W
 part_parameters sata_drive(std::string name);         // case of a 2.5 inch drive of 3 to 7 W
 part_parameters nvme_drive(std::string name);         // controller of a drive of 4 to 12 W
+part_parameters accelerator_300w(std::string name);   // die of an accelerator of up to 300 W
 part_parameters adapter_200w(std::string name);       // reading: the die of a 200 W processor adapter
 part_parameters switch_chip(std::string name);        // die of a link switch of 60 to 100 W
 part_parameters chipset(std::string name);            // die of a platform controller of 8 to 20 W

@@ -16,9 +16,10 @@ constexpr std::string_view power_suffix = "_w";
 
 constexpr std::string_view load_suffix = "_load_percent";
 constexpr std::string_view drive_prefix = "drive_";
+constexpr std::string_view slot_prefix = "slot_";
 
-std::span<const std::size_t> parts_before(std::string_view column, std::string_view suffix) {
-    return column.ends_with(suffix) ? find_server_parts(column.substr(0, column.size() - suffix.size()))
+std::span<const std::size_t> parts_before(const machine_plan& plan, std::string_view column, std::string_view suffix) {
+    return column.ends_with(suffix) ? plan.find(column.substr(0, column.size() - suffix.size()))
                                     : std::span<const std::size_t>();
 }
 
@@ -46,7 +47,7 @@ void check_range(const csv_table& table, const std::string& column, const std::v
 
 }  // namespace
 
-load_profile::range load_profile::find_target(std::string_view column, channel& made) {
+load_profile::range load_profile::find_target(const machine_plan& plan, std::string_view column, channel& made) {
     constexpr range percent{0.0, 100.0};
     constexpr range on_or_off{0.0, 1.0};
     if (column == "load_percent") {
@@ -73,22 +74,28 @@ load_profile::range load_profile::find_target(std::string_view column, channel& 
         made.what = target::fan;
         return on_or_off;
     }
+    const auto slots = static_cast<unsigned>(plan.slots().size());
+    if ((made.index = number_behind(column, slot_prefix, slots)) != 0) {
+        made.what = target::slot;
+        return on_or_off;
+    }
     if ((made.index = number_behind(column, drive_prefix, drive_bays)) != 0) {
         made.what = target::drive;
         return on_or_off;
     }
-    made.parts = parts_before(column, sensor_suffix);
+    made.parts = parts_before(plan, column, sensor_suffix);
     made.what = target::sensor;
     if (made.parts.empty()) {
-        made.parts = parts_before(column, power_suffix);
+        made.parts = parts_before(plan, column, power_suffix);
         made.what = target::power;
     }
     return made.what == target::sensor ? on_or_off : range{0.0, 1000.0};
 }
 
-load_profile::channel load_profile::channel_of(const csv_table& table, const std::string& column) {
+load_profile::channel load_profile::channel_of(const csv_table& table, const machine_plan& plan,
+                                               const std::string& column) {
     channel made{target::load, 0, {}, table.seconds(time_column), table.numbers(column)};
-    const range values = find_target(column, made);
+    const range values = find_target(plan, column, made);
     if (made.what == target::power && made.parts.empty()) {
         table.fail(0, "column '" + column + "' is none of a load profile, --help lists them");
     }
@@ -96,7 +103,7 @@ load_profile::channel load_profile::channel_of(const csv_table& table, const std
     return made;
 }
 
-load_profile load_profile::from(const csv_table& table) {
+load_profile load_profile::from(const csv_table& table, const machine_plan& plan) {
     load_profile profile;
     table.seconds(time_column);
     if (table.row_count() == 0) {
@@ -104,7 +111,7 @@ load_profile load_profile::from(const csv_table& table) {
     }
     for (const std::string& column : table.columns()) {
         if (column != time_column) {
-            profile._channels.push_back(channel_of(table, column));
+            profile._channels.push_back(channel_of(table, plan, column));
         }
     }
     return profile;
@@ -132,7 +139,7 @@ void load_profile::apply(double now, server_physics& server, const event_sink& t
             change(source, value, server);
             const bool differs = source.next > 0 && value != source.values[source.next - 1];
             if (differs && source.told && tell) {
-                tell(now, text_of(source, value));
+                tell(now, text_of(server.plan(), source, value));
             }
         }
     }
@@ -153,6 +160,8 @@ void load_profile::change(const channel& source, double value, server_physics& s
             return server.set_fan(static_cast<unsigned>(source.index), value != 0.0);
         case target::drive:
             return server.set_drive(static_cast<unsigned>(source.index), value != 0.0);
+        case target::slot:
+            return server.slots().set_card(static_cast<unsigned>(source.index), value != 0.0);
         case target::sensor:
             for (const std::size_t part : source.parts) server.set_sensor(part, value != 0.0);
             return;
@@ -162,11 +171,11 @@ void load_profile::change(const channel& source, double value, server_physics& s
     }
 }
 
-std::string load_profile::text_of(const channel& source, double value) {
+std::string load_profile::text_of(const machine_plan& plan, const channel& source, double value) {
     char text[80] = "";
     std::string parts;
     if (!source.parts.empty()) {
-        const server_part& first = server_parts()[source.parts.front()];
+        const server_part& first = plan.parts()[source.parts.front()];
         parts = source.parts.size() == 1 ? first.full_name : "each " + std::string(first.name);
     }
     const bool on = value != 0.0;
@@ -188,6 +197,9 @@ std::string load_profile::text_of(const channel& source, double value) {
             break;
         case target::drive:
             std::snprintf(text, sizeof text, "drive %zu is %s", source.index, on ? "plugged" : "pulled");
+            break;
+        case target::slot:
+            std::snprintf(text, sizeof text, "card of slot %zu is %s", source.index, on ? "plugged" : "pulled");
             break;
         case target::sensor:
             std::snprintf(text, sizeof text, "%s %s", parts.c_str(), on ? "is read again" : "gives no reading");

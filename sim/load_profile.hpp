@@ -25,11 +25,12 @@ public:
     //   inlet_c              -40 to 100, air at the inlet
     //   fan_<number>         1 turns, 0 stands
     //   drive_<bay>          1 plugged, 0 pulled
+    //   slot_<number>        1 plugged, 0 pulled
     //   dust_filter          1 asks for a measurement
     //   <part>_sensor        1 works, 0 gives no reading
     //   <part>_w             power of each part of that name, in place of the load
     // A part is one of its own ("cpu2") or all of a name ("cpu"). Anything else throws csv_error.
-    static load_profile from(const csv_table& table);
+    static load_profile from(const csv_table& table, const machine_plan& plan);
 
     // A recorded power of each of the parts, by the first column whose name begins with "time".
     void add_trace(const csv_table& table, const std::string& column, std::span<const std::size_t> parts);
@@ -40,7 +41,7 @@ public:
     double last_time() const;
 
 private:
-    enum class target { load, load_of_kind, inlet, dust_filter, fan, drive, sensor, power };
+    enum class target { load, load_of_kind, inlet, dust_filter, fan, drive, slot, sensor, power };
     struct channel {
         target what;
         std::size_t index;                   // number of the fan or bay, index of the kind
@@ -56,10 +57,10 @@ private:
         double high;
     };
 
-    static channel channel_of(const csv_table& table, const std::string& column);
-    static range find_target(std::string_view column, channel& made);
+    static channel channel_of(const csv_table& table, const machine_plan& plan, const std::string& column);
+    static range find_target(const machine_plan& plan, std::string_view column, channel& made);
     static void change(const channel& source, double value, server_physics& server);
-    static std::string text_of(const channel& source, double value);
+    static std::string text_of(const machine_plan& plan, const channel& source, double value);
 
     std::vector<channel> _channels;
 };

@@ -4,7 +4,7 @@
 
 namespace sim {
 
-server_board::server_board(common_thermal_manager& manager) : _manager(manager) {
+server_board::server_board(common_thermal_manager& manager, const machine_plan& plan) : _manager(manager) {
     add_platform();
     add_processors();
     add_memory();
@@ -13,6 +13,7 @@ server_board::server_board(common_thermal_manager& manager) : _manager(manager) 
     add_air();
     add_power_zone();
     add_storage_zone();
+    add_slots(plan.slots().size());
     _fan_control.set_port_input(fan_block);
     add(_fan_control);
     add_sensors();
@@ -178,6 +179,12 @@ void server_board::add_storage_zone() {
     _storage_tach.set_port_input(storage_fan_tach_key);
     _storage_pwm.set_port_output(storage_fan_duty_key);
     add_fan(_storage_fan, _storage_tach, _storage_pwm);
+}
+
+void server_board::add_slots(std::size_t count) {
+    for (unsigned number = 1; number <= count; ++number) {
+        _slots.emplace_back(number).add_to(_manager, _stages, _uefi);
+    }
 }
 
 void server_board::add_sensors() {

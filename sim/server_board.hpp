@@ -33,6 +33,7 @@
 #include "orchestration/common_thermal_manager.hpp"
 #include "sensor_map/ipmi_sdr_map.hpp"
 #include "sim/server_parts.hpp"
+#include "sim/slot_board.hpp"
 
 namespace sim {
 
@@ -41,7 +42,7 @@ namespace sim {
 class server_board {
 public:
     // The manager's scheduler and store are set; board and manager live equally long.
-    explicit server_board(common_thermal_manager& manager);
+    server_board(common_thermal_manager& manager, const machine_plan& plan);
     server_board(const server_board&) = delete;
     server_board& operator=(const server_board&) = delete;
 
@@ -128,6 +129,7 @@ private:
     void add_air();
     void add_power_zone();
     void add_storage_zone();
+    void add_slots(std::size_t count);
     void add_sensors();
     void add_fan(common_thermal_device_fan& fan, common_thermal_device_fan_tach& tach,
                  common_thermal_device_fan_pwm& pwm);
@@ -199,6 +201,8 @@ private:
     std::deque<m2_drive> _m2;
     common_thermal_device_m2_composite _m2_composite{1};
     common_thermal_device_booted_drive_temperature _boot_drive{1};
+
+    std::deque<slot_board> _slots;
 
     common_thermal_device_fpga_fan_info _fan_info{1};
     std::deque<fpga_fan> _fpga_fans;

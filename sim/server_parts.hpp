@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <span>
 #include <string>
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "sim/heat_model.hpp"
+#include "sim/server_slots.hpp"
 
 // What the simulated server is made of: the ports that its firmware offers, its parts and its fans. The board binds
 // devices to the ports, the physics stands behind them.
@@ -94,12 +96,13 @@ enum class sensor_face {
     processor,
     memory_module,
     drive_record,
-    boot_record
+    boot_record,
+    card  // through the bus of its slot, whose number stands as its port
 };
 
 // What a load profile drives on its own. Parts that serve all are with the adapters.
-enum class load_kind { processor, memory, storage, adapter };
-constexpr std::array<const char*, 4> load_names{"processor", "memory", "storage", "adapter"};
+enum class load_kind { processor, memory, storage, adapter, accelerator };
+constexpr std::array<const char*, 5> load_names{"processor", "memory", "storage", "adapter", "accelerator"};
 
 // Air channels of the server, each with its own fans.
 enum class air_zone { main, power, storage };
@@ -136,9 +139,6 @@ inline unsigned bay_of(const server_part& drive) {
     return drive.face == sensor_face::drive_record ? sata_bays + drive.number : drive.number;
 }
 
-// In each zone in the order in which the air reaches them.
-std::span<const server_part> server_parts();
-
 // All parts of one name.
 struct part_group {
     const char* name;
@@ -146,12 +146,34 @@ struct part_group {
     double limit_c;
     bool in_table;
 };
-std::span<const part_group> part_groups();
 
-// A part by its full name, or all parts of a name; empty if there is none.
-std::span<const std::size_t> find_server_parts(std::string_view name);
-// For a name that stands for one part. Throws std::out_of_range for any other.
-std::size_t find_server_part(std::string_view name);
+// What a machine is made of.
+class machine_plan {
+public:
+    machine_plan(const char* name, std::initializer_list<std::span<const part_kind>> kinds,
+                 std::span<const slot_plan> slots);
+
+    const char* name() const { return _name; }
+    // In each zone in the order in which the air reaches them.
+    std::span<const server_part> parts() const { return _parts; }
+    std::span<const part_group> groups() const { return _groups; }
+    std::span<const slot_plan> slots() const { return _slots; }
+    // A part by its full name, or all parts of a name; empty if there is none.
+    std::span<const std::size_t> find(std::string_view name) const;
+    // For a name that stands for one part. Throws std::out_of_range for any other.
+    std::size_t part(std::string_view name) const;
+
+private:
+    const char* _name;
+    std::vector<server_part> _parts;
+    std::vector<part_group> _groups;
+    std::span<const slot_plan> _slots;
+};
+
+// Two sockets and ten slots, with four accelerators among the cards.
+const machine_plan& socket_server();
+// The same chassis with a baseboard of eight accelerators in place of the cards.
+const machine_plan& baseboard_server();
 
 // Fans count from 1: the main zone's, then one a power supply, then the storage zone's.
 constexpr unsigned fpga_fans = 6;

@@ -16,13 +16,19 @@ constexpr std::uint32_t fan_block_unit = 16;  // the FPGA counts positions in 16
 constexpr double throttled_share = 0.6;
 constexpr double throttle_hysteresis_c = 2.0;
 
+// What a card draws above idle while its brake is pulled.
+constexpr double braked_share = 0.25;
+
 constexpr double drives_share[] = {1.0, 0.8, 0.6};
 
 std::uint32_t whole(double value) { return static_cast<std::uint32_t>(std::max(0L, std::lround(value))); }
 
-bool is_drive(const server_part& part) { return part.zone == air_zone::main && part.load == load_kind::storage; }
+bool is_drive(const server_part& part) {
+    return part.face == sensor_face::drive_record || part.port == bay_temperatures;
+}
 bool is_processor(const server_part& part) { return part.face == sensor_face::processor; }
 bool is_module(const server_part& part) { return part.face == sensor_face::memory_module; }
+bool is_card(const server_part& part) { return part.face == sensor_face::card; }
 
 }  // namespace
 
@@ -36,11 +42,13 @@ void server_physics::psu_listener::dispatch_event(const QEvent* event) {
     }
 }
 
-server_physics::server_physics(thermal_host::platform& host, unsigned seed)
+server_physics::server_physics(thermal_host::platform& host, const machine_plan& plan, unsigned seed)
     : _host(host),
+      _plan(plan),
       _random(seed),
       _noisy(seed != 0),
-      _readings(host),
+      _readings(host, plan),
+      _slots(host, plan.slots()),
       _psu(static_cast<std::uint16_t>(host.machines.number_of("CFF2_FAN_SPEED_CTRL_SIG"))),
       _fan_records(host.ports.add_block(fan_block, std::vector<std::uint8_t>(128), fan_block_unit)),
       _storage_duty(host.ports.add_number(storage_fan_duty_key)),
@@ -50,7 +58,7 @@ server_physics::server_physics(thermal_host::platform& host, unsigned seed)
     for (const char* name : air_zone_names) {
         _model.add_zone({name, 0.001});
     }
-    for (const server_part& part : server_parts()) {
+    for (const server_part& part : _plan.parts()) {
         _parts.push_back({_model.add_part(static_cast<zone_id>(part.zone), part.make(part.full_name)), -1.0, 0.0});
     }
     add_fans();
@@ -84,14 +92,26 @@ void server_physics::set_fan(unsigned number, bool works) {
     works ? _model.repair_fan(fan) : _model.fail_fan(fan);
 }
 
+void server_physics::set_sensor(std::size_t part, bool works) {
+    const server_part& row = _plan.parts()[part];
+    if (is_card(row)) {
+        _slots.set_fault(row.port_number(), works ? card_fault::none : card_fault::silent);
+    } else {
+        _readings.set_sensor(part, works);
+    }
+}
+
 void server_physics::set_host_power(bool is_on) {
     _has_host_power = is_on;
     _readings.set_host_power(is_on);
+    _slots.set_host_power(is_on);
 }
 
 double server_physics::wanted_power(std::size_t part) const {
-    const server_part& row = server_parts()[part];
-    if (!_has_host_power || (is_drive(row) && !_readings.has_drive(bay_of(row)))) {
+    const server_part& row = _plan.parts()[part];
+    const bool is_pulled =
+        (is_drive(row) && !_readings.has_drive(bay_of(row))) || (is_card(row) && !_slots.has_card(row.port_number()));
+    if (!_has_host_power || is_pulled) {
         return 0.0;
     }
     const double own = _parts[part].own_power_w;
@@ -101,9 +121,12 @@ double server_physics::wanted_power(std::size_t part) const {
 
 // What a part may draw above idle, limits of several parts together aside.
 double server_physics::share_of(std::size_t part) const {
-    const server_part& row = server_parts()[part];
+    const server_part& row = _plan.parts()[part];
     if (is_processor(row)) {
         return _throttles[row.number - 1] ? throttled_share : 1.0;
+    }
+    if (is_card(row)) {
+        return _slots.is_braked(row.port_number()) ? braked_share : 1.0;
     }
     if (is_module(row)) {
         return std::min(_limits.memory_percent.value_or(100), 100u) / 100.0;
@@ -115,8 +138,8 @@ template <class Choose>
 void server_physics::limit_to(double watts, double fixed_w, Choose&& choose) {
     double above_w = 0.0;
     for (std::size_t part = 0; part < _parts.size(); ++part) {
-        if (choose(server_parts()[part])) {
-            const double idle_w = std::min(_parts[part].drawn_w, server_parts()[part].idle_w);
+        if (choose(_plan.parts()[part])) {
+            const double idle_w = std::min(_parts[part].drawn_w, _plan.parts()[part].idle_w);
             fixed_w += idle_w;
             above_w += _parts[part].drawn_w - idle_w;
         }
@@ -126,8 +149,8 @@ void server_physics::limit_to(double watts, double fixed_w, Choose&& choose) {
     }
     const double share = std::clamp((watts - fixed_w) / above_w, 0.0, 1.0);
     for (std::size_t part = 0; part < _parts.size(); ++part) {
-        if (choose(server_parts()[part])) {
-            const double idle_w = std::min(_parts[part].drawn_w, server_parts()[part].idle_w);
+        if (choose(_plan.parts()[part])) {
+            const double idle_w = std::min(_parts[part].drawn_w, _plan.parts()[part].idle_w);
             _parts[part].drawn_w = idle_w + share * (_parts[part].drawn_w - idle_w);
         }
     }
@@ -136,8 +159,13 @@ void server_physics::limit_to(double watts, double fixed_w, Choose&& choose) {
 void server_physics::share_power() {
     for (std::size_t part = 0; part < _parts.size(); ++part) {
         const double wanted_w = wanted_power(part);
-        const double idle_w = std::min(wanted_w, server_parts()[part].idle_w);
+        const double idle_w = std::min(wanted_w, _plan.parts()[part].idle_w);
         _parts[part].drawn_w = idle_w + share_of(part) * (wanted_w - idle_w);
+        const server_part& row = _plan.parts()[part];
+        if (is_card(row)) {
+            const double limit_w = _slots.limit(row.port_number()).value_or(_parts[part].drawn_w);
+            _parts[part].drawn_w = std::min(_parts[part].drawn_w, std::max(limit_w, idle_w));
+        }
     }
     if (_limits.processors_w) limit_to(*_limits.processors_w, 0.0, is_processor);
     if (_limits.memory_w) limit_to(*_limits.memory_w, 0.0, is_module);
@@ -198,7 +226,7 @@ void server_physics::step(double seconds) {
 
 void server_physics::note_throttle() {
     for (std::size_t part = 0; part < _parts.size(); ++part) {
-        const server_part& row = server_parts()[part];
+        const server_part& row = _plan.parts()[part];
         if (is_processor(row)) {
             bool& throttles = _throttles[row.number - 1];
             throttles = temperature(part) > processor_tjmax_c - (throttles ? throttle_hysteresis_c : 0.0);
@@ -209,7 +237,13 @@ void server_physics::note_throttle() {
 
 void server_physics::show_parts() {
     for (std::size_t part = 0; part < _parts.size(); ++part) {
-        _readings.show(part, temperature(part) + noise(0.5), _parts[part].drawn_w);
+        const server_part& row = _plan.parts()[part];
+        const double shown_c = temperature(part) + noise(0.5);
+        if (is_card(row)) {
+            _slots.show(row.port_number(), shown_c, _parts[part].drawn_w);
+        } else {
+            _readings.show(part, shown_c, _parts[part].drawn_w);
+        }
     }
 }
 

@@ -12,6 +12,7 @@
 #include "sim/heat_model.hpp"
 #include "sim/server_parts.hpp"
 #include "sim/server_readings.hpp"
+#include "sim/server_slots.hpp"
 
 namespace sim {
 
@@ -29,7 +30,7 @@ struct power_limits {
 class server_physics {
 public:
     // Adds the lines to the host's ports. With a `seed` other than 0 readings carry noise: half a degree, 1 % of speed.
-    server_physics(thermal_host::platform& host, unsigned seed);
+    server_physics(thermal_host::platform& host, const machine_plan& plan, unsigned seed);
     server_physics(const server_physics&) = delete;
     server_physics& operator=(const server_physics&) = delete;
 
@@ -40,8 +41,8 @@ public:
     void set_power(std::size_t part, double watts);
     void set_inlet(double celsius) { _model.set_inlet(celsius); }
     void set_fan(unsigned number, bool works);
-    void set_sensor(std::size_t part, bool works) { _readings.set_sensor(part, works); }
-    // A drive that is pulled draws nothing.
+    void set_sensor(std::size_t part, bool works);
+    // A drive or card that is pulled draws nothing.
     void set_drive(unsigned bay, bool plugged) { _readings.set_drive(bay, plugged); }
 
     // What the firmware does about power. Limits take the same share of what each part draws above its idle power;
@@ -65,6 +66,9 @@ public:
     double duty(unsigned fan) const;  // percent, as the fan's hardware was told
     double rpm(unsigned fan) const { return _model.rpm(_fans.at(fan - 1)); }
 
+    const machine_plan& plan() const { return _plan; }
+    server_slots& slots() { return _slots; }
+    const server_slots& slots() const { return _slots; }
     server_readings& readings() { return _readings; }
 
 private:
@@ -99,10 +103,12 @@ private:
     double noise(double amplitude);
 
     thermal_host::platform& _host;
+    const machine_plan& _plan;
     std::mt19937 _random;
     bool _noisy;
     heat_model _model;
     server_readings _readings;
+    server_slots _slots;
     double _load = 0.0;
     std::array<double, load_names.size()> _load_of{};
     power_limits _limits;

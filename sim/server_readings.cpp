@@ -71,11 +71,12 @@ thermal_host::nvme_address nvme_address_of(unsigned drive) { return {static_cast
 
 }  // namespace
 
-server_readings::server_readings(thermal_host::platform& host)
+server_readings::server_readings(thermal_host::platform& host, const machine_plan& plan)
     : _host(host),
-      _works(server_parts().size(), true),
-      _numbers(server_parts().size()),
-      _blocks(server_parts().size()),
+      _plan(plan),
+      _works(_plan.parts().size(), true),
+      _numbers(_plan.parts().size()),
+      _blocks(_plan.parts().size()),
       _plugged(drive_bays),
       _exhaust_volume(host.ports.add_number(exhaust_volume_number)),
       _dust_filter(host.ports.add_number(dust_filter_key)) {
@@ -98,7 +99,7 @@ server_readings::server_readings(thermal_host::platform& host)
     }
     add_sockets();
     add_drives();
-    for (std::size_t part = 0; part < server_parts().size(); ++part) {
+    for (std::size_t part = 0; part < _plan.parts().size(); ++part) {
         add_part(part);
     }
 }
@@ -144,7 +145,7 @@ void server_readings::add_drives() {
 }
 
 void server_readings::add_part(std::size_t part) {
-    const server_part& row = server_parts()[part];
+    const server_part& row = _plan.parts()[part];
     switch (row.face) {
         case sensor_face::degrees:
         case sensor_face::millidegrees:
@@ -161,6 +162,7 @@ void server_readings::add_part(std::size_t part) {
         case sensor_face::memory_module:
         case sensor_face::drive_record:
         case sensor_face::boot_record:
+        case sensor_face::card:
             break;
     }
 }
@@ -170,7 +172,7 @@ thermal_host::processor_socket& server_readings::socket(unsigned number) {
 }
 
 void server_readings::show(std::size_t part, double celsius, double watts) {
-    const server_part& row = server_parts()[part];
+    const server_part& row = _plan.parts()[part];
     const auto record = [celsius](auto* drive) {
         if (drive != nullptr) drive->info.temperature = static_cast<std::uint8_t>(std::clamp(celsius, 1.0, 254.0));
     };
@@ -212,6 +214,8 @@ void server_readings::show(std::size_t part, double celsius, double watts) {
         case sensor_face::boot_record:
             record(_host.drives.find_boot(0, card_form_factor_0));
             break;
+        case sensor_face::card:
+            break;
     }
 }
 
@@ -228,7 +232,7 @@ void server_readings::show_air(double cubic_metres_s) {
 }
 
 void server_readings::set_sensor(std::size_t part, bool works) {
-    const server_part& row = server_parts()[part];
+    const server_part& row = _plan.parts()[part];
     const auto set_line = [works](port_line& line) { works ? line.recover() : line.fail_reads(); };
     const auto set_record = [works](auto* drive) {
         if (drive != nullptr) drive->stuck_temperature = works ? std::nullopt : std::optional(lost);
@@ -253,6 +257,8 @@ void server_readings::set_sensor(std::size_t part, bool works) {
             return set_record(_host.drives.find(nvme_address_of(row.number)));
         case sensor_face::boot_record:
             return set_record(_host.drives.find_boot(0, card_form_factor_0));
+        case sensor_face::card:
+            return;
     }
 }
 

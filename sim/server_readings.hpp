@@ -13,7 +13,7 @@ namespace sim {
 // What the machine's sensors show of its parts: the lines of the host's ports, its processors, memory and drives.
 class server_readings {
 public:
-    explicit server_readings(thermal_host::platform& host);
+    server_readings(thermal_host::platform& host, const machine_plan& plan);
     server_readings(const server_readings&) = delete;
     server_readings& operator=(const server_readings&) = delete;
 
@@ -44,6 +44,7 @@ private:
     void add_drives();
 
     thermal_host::platform& _host;
+    const machine_plan& _plan;
     std::vector<bool> _works;
     std::vector<thermal_host::number_line*> _numbers;  // by part; null for a part without one
     std::vector<thermal_host::block_line*> _blocks;

@@ -34,6 +34,9 @@ constexpr server_sensor sensors[] = {
     {"DIMM",         "memory",        "°C",  23, utils::sel_event_thresholds},
     {"DRIVES",       "drives",        "°C",  24, utils::sel_event_thresholds},
     {"EXHAUST",      "exhaust air",   "°C",  25, utils::sel_event_thresholds},
+    {"GPU",          "accelerators",  "°C",  26, utils::sel_event_thresholds},
+    {"GPU_POWER",    "slot power",    "W",   27, utils::sel_event_none,               1.0f,  0.1f},
+    {"NIC",          "network card",  "°C",  28, utils::sel_event_bits},
 };
 // clang-format on
 

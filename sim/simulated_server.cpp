@@ -45,7 +45,7 @@ simulated_server::simulated_server(const server_options& options, load_profile p
     : _profile(std::move(profile)),
       _tell(std::move(tell)),
       _host(host_options_of(options)),
-      _physics(_host, options.seed),
+      _physics(_host, options.plan, options.seed),
       _caps(_host),
       _scheduler(std::make_unique<common_thermal_scheduler>()),
       _dao(std::make_unique<common_thermal_dao>()) {
@@ -55,7 +55,7 @@ simulated_server::simulated_server(const server_options& options, load_profile p
     common_thermal_manager::_dao = _dao.get();
     _manager = std::make_unique<common_thermal_manager>();
     _manager->set_algorithm_parse_file(options.rules);
-    _board = std::make_unique<server_board>(*_manager);
+    _board = std::make_unique<server_board>(*_manager, options.plan);
     _host.log.set_file(nullptr);  // or each run would begin with an error that is none
     _board->bind_power_vote();
     _host.log.set_file(stderr);
@@ -131,10 +131,27 @@ void simulated_server::note_claims() {
 
 std::string simulated_server::winner(unsigned fan) const {
     const fan_claim& row = claim(fan);
-    if (!row.claimed) {
-        return "-";
+    return row.claimed ? rule_name(row.rule) : "-";
+}
+
+simulated_server::slot_state simulated_server::slot(unsigned number) const {
+    const std::uint32_t key = std::uint32_t{slot_location} << 16 | number;
+    slot_state state;
+    if (const auto* limit = _manager->limit_winner(key); limit != nullptr && !limit->applied.name.empty()) {
+        state.limit_percent = limit->applied.value;
+        state.limit_winner = rule_name(limit->applied.instance);
     }
-    const common_thermal_algorithm* rule = _scheduler->get_thermal_algorithm_by_index(row.rule - 1);
+    if (const auto* brake = _manager->brake_winner(key); brake != nullptr && brake->applied.value != 0) {
+        state.is_braked = true;
+        state.brake_winner = !brake->applied.name.empty() ? rule_name(brake->applied.instance) : "power shortage";
+    }
+    return state;
+}
+
+// By number from 1: its NAME, or what stands in its place.
+std::string simulated_server::rule_name(unsigned number) const {
+    const common_thermal_algorithm* rule =
+        number > 0 ? _scheduler->get_thermal_algorithm_by_index(number - 1) : nullptr;
     if (rule == nullptr) {
         return "?";
     }

@@ -16,6 +16,7 @@ namespace sim {
 
 struct server_options {
     std::string rules;  // path of the rule file
+    const machine_plan& plan = socket_server();
     bool real_time = false;
     unsigned log_mask = thermal_host::log_writer::default_mask;
     unsigned seed = 0;        // of the noise on readings; 0 for none
@@ -51,14 +52,28 @@ public:
     std::string winner(unsigned fan) const;
     unsigned cycles() const { return _cycles; }
 
+    // What the rules of the last cycle did to a slot, and which of them.
+    struct slot_state {
+        unsigned limit_percent = 100;
+        std::string limit_winner{};
+        bool is_braked = false;
+        std::string brake_winner{};
+
+        // 0 % is no limit, as the library has it.
+        bool is_limited() const { return limit_percent != 0 && limit_percent != 100; }
+    };
+    slot_state slot(unsigned number) const;
+
     thermal_host::platform& host() { return _host; }
     const thermal_host::platform& host() const { return _host; }
     common_thermal_manager& manager() { return *_manager; }
     const common_thermal_scheduler& scheduler() const { return *_scheduler; }
     common_thermal_dao& store() { return *_dao; }
+    const common_thermal_dao& store() const { return *_dao; }
     server_physics& physics() { return _physics; }
     const server_physics& physics() const { return _physics; }
     const server_caps& caps() const { return _caps; }
+    const machine_plan& plan() const { return _physics.plan(); }
 
 private:
     void boot();
@@ -66,6 +81,7 @@ private:
     power_limits limits() const;
     void note_cycle();
     void note_claims();
+    std::string rule_name(unsigned rule) const;
 
     load_profile _profile;
     event_sink _tell;

@@ -18,7 +18,7 @@ constexpr double audible_percent = 2.0;
 void verdict::sample(const simulated_server& server) {
     _times.push_back(server.now());
     temperatures& now = _samples.emplace_back();
-    for (const part_group& group : part_groups()) {
+    for (const part_group& group : _plan.groups()) {
         now.push_back(static_cast<float>(server.physics().hottest(group)));
     }
     for (unsigned number = 1; number <= server_fans; ++number) {
@@ -81,8 +81,8 @@ void verdict::begin_phase() {
 }
 
 verdict::part_report verdict::part(std::string_view name) const {
-    for (std::size_t group = 0; group < part_groups().size(); ++group) {
-        if (name == part_groups()[group].name) {
+    for (std::size_t group = 0; group < _plan.groups().size(); ++group) {
+        if (name == _plan.groups()[group].name) {
             return part(group);
         }
     }
@@ -97,7 +97,7 @@ verdict::part_report verdict::part(std::size_t group) const {
             report.highest_c = celsius;
             report.highest_at = _times[i];
         }
-        report.seconds_over += celsius > part_groups()[group].limit_c ? _period : 0.0;
+        report.seconds_over += celsius > _plan.groups()[group].limit_c ? _period : 0.0;
     }
     for (std::size_t i = 0; i < _phases.size(); ++i) {
         judge_phase(_phases[i], i + 1 < _phases.size() ? _phases[i + 1] : _samples.size(), group, report);
@@ -131,9 +131,9 @@ verdict::fan_report verdict::fan(unsigned number) const {
 }
 
 bool verdict::limits_held() const {
-    return std::ranges::all_of(_samples, [](const temperatures& sample) {
+    return std::ranges::all_of(_samples, [this](const temperatures& sample) {
         for (std::size_t group = 0; group < sample.size(); ++group) {
-            if (static_cast<double>(sample[group]) > part_groups()[group].limit_c) {
+            if (static_cast<double>(sample[group]) > _plan.groups()[group].limit_c) {
                 return false;
             }
         }

@@ -14,8 +14,10 @@ namespace sim {
 // Judges a run from samples taken at an even pace: limits, regulation, noise, energy, caps and alarms.
 class verdict {
 public:
-    // Seconds between samples.
-    explicit verdict(double period) : _period(period) {}
+    // `period`: seconds between samples.
+    verdict(const machine_plan& plan, double period) : _plan(plan), _period(period) {}
+
+    const machine_plan& plan() const { return _plan; }
 
     void sample(const simulated_server& server);
     // Conditions changed: what follows is judged as a phase of its own.
@@ -77,6 +79,7 @@ private:
     void add_sensors(const std::vector<thermal_host::sensor_report>& sensors);
     void judge_phase(std::size_t begin, std::size_t end, std::size_t group, part_report& report) const;
 
+    const machine_plan& _plan;
     double _period;
     std::vector<double> _times;
     std::vector<temperatures> _samples;

@@ -18,6 +18,7 @@
 #include "sim/verdict.hpp"
 #include "tools/thermal_sim/cap_report.hpp"
 #include "tools/thermal_sim/report.hpp"
+#include "tools/thermal_sim/slot_report.hpp"
 
 namespace {
 
@@ -27,6 +28,7 @@ constexpr int exit_bad_input = 2;
 constexpr double bundled_duration_s = 1800.0;
 
 struct arguments {
+    std::string board = "server";
     std::string rules;
     std::string profile;
     std::string trace;
@@ -39,6 +41,7 @@ struct arguments {
     std::string log_mask = "0";
     bool dump = false;
     bool sensors = false;
+    bool slots = false;
     bool quiet = false;
 };
 
@@ -49,7 +52,7 @@ struct bad_input : std::runtime_error {
 
 std::string description() {
     std::string parts;
-    for (const auto& group : sim::part_groups()) {
+    for (const auto& group : sim::socket_server().groups()) {
         parts.append(parts.empty() ? "" : ", ").append(group.name);
         const std::size_t count = group.parts.size();
         if (count > 1) parts.append("1-").append(std::to_string(count));
@@ -73,11 +76,12 @@ constexpr const char* footer =
     "until\n"
     "the next. Columns: time_s, and any of\n"
     "  load_percent      0 to 100, share of the way from idle to full power of all parts\n"
-    "  processor_load_percent, memory_load_percent, storage_load_percent, adapter_load_percent\n"
+    "  processor_load_percent, memory_load_percent, storage_load_percent, adapter_load_percent,\n"
+    "  accelerator_load_percent\n"
     "                    the same of these parts, which take the higher of the two\n"
     "  inlet_c           temperature of the air at the inlet\n"
     "  fan_1 ... fan_9   1 turns, 0 stands\n"
-    "  drive_1 ... drive_24   1 plugged, 0 pulled\n"
+    "  drive_1 ... drive_24, slot_1 ... slot_10   1 plugged, 0 pulled\n"
     "  dust_filter       1 asks for a measurement of the dust filter\n"
     "  PART_sensor       1 works, 0 gives no reading; PART is one part (cpu2) or all of a name (cpu)\n"
     "  PART_w            power of each such part in W, in place of the load\n"
@@ -112,6 +116,8 @@ constexpr const char* footer =
 
 void add_options(CLI::App& app, arguments& given) {
     app.footer(footer);
+    app.add_option("--board", given.board, "server: ten slots; baseboard: eight accelerators on a board of their own")
+        ->check(CLI::IsMember({"server", "baseboard"}));
     app.add_option("--rules", given.rules, "rule file; the bundled one stands in examples/rules")->type_name("FILE");
     app.add_option("--profile", given.profile, "load profile, see below")->type_name("FILE");
     app.add_option("--trace", given.trace, "recorded power, with --column; other parts idle unless a profile is given")
@@ -133,6 +139,7 @@ void add_options(CLI::App& app, arguments& given) {
     app.add_option("--log-mask", given.log_mask, "library log lines to show, bits as 0x80; warnings and errors always")
         ->type_name("MASK");
     app.add_flag("--dump", given.dump, "every key and value of the store at the end");
+    app.add_flag("--slots", given.slots, "the slots at the end: card, readings, limit, brake and who decided");
     app.add_flag("--sensors", given.sensors, "the IPMI sensors at the end: reading, state and thresholds");
     app.add_flag("--quiet", given.quiet, "no table, only the verdict");
 }
@@ -152,29 +159,30 @@ unsigned mask_of(const std::string& text) {
 }
 
 // "part=column"
-void add_column(sim::load_profile& profile, const sim::csv_table& trace, const std::string& text) {
+void add_column(sim::load_profile& profile, const sim::machine_plan& plan, const sim::csv_table& trace,
+                const std::string& text) {
     const std::size_t separator = text.find('=');
-    const auto parts = sim::find_server_parts(text.substr(0, separator));
+    const auto parts = plan.find(text.substr(0, separator));
     if (separator == std::string::npos || parts.empty()) {
         throw bad_input("--column: '" + text + "' is not PART=COLUMN with a part of this server, --help lists them");
     }
     profile.add_trace(trace, text.substr(separator + 1), parts);
 }
 
-sim::load_profile profile_of(const arguments& given) {
+sim::load_profile profile_of(const arguments& given, const sim::machine_plan& plan) {
     if (given.trace.empty() != given.columns.empty()) {
         throw bad_input("--trace and --column belong together");
     }
     sim::load_profile profile;
     if (!given.profile.empty()) {
-        profile = sim::load_profile::from(sim::csv_table::read(given.profile));
+        profile = sim::load_profile::from(sim::csv_table::read(given.profile), plan);
     } else if (given.trace.empty()) {
-        profile = sim::load_profile::from(sim::csv_table::parse(sim::bundled_profile, "bundled profile"));
+        profile = sim::load_profile::from(sim::csv_table::parse(sim::bundled_profile, "bundled profile"), plan);
     }
     if (!given.trace.empty()) {
         const auto trace = sim::csv_table::read(given.trace);
         for (const std::string& column : given.columns) {
-            add_column(profile, trace, column);
+            add_column(profile, plan, trace, column);
         }
     }
     return profile;
@@ -242,23 +250,24 @@ void stop(int) {
     }
 }
 
-bool simulate(const arguments& given, sim::load_profile profile, const std::string& rules, const outputs& to) {
+bool simulate(const arguments& given, const sim::machine_plan& plan, sim::load_profile profile,
+              const std::string& rules, const outputs& to) {
     const double end = given.duration > 0.0        ? given.duration
                        : profile.last_time() > 0.0 ? profile.last_time()
                                                    : bundled_duration_s;
     constexpr double sample_period = 1.0;
-    sim::verdict verdict(sample_period);
+    sim::verdict verdict(plan, sample_period);
     const auto tell = [&](double seconds, const std::string& text) {
         verdict.begin_phase();
         if (to.table != nullptr) print_event(to.table, seconds, text);
     };
-    sim::simulated_server server({.rules = rules, .real_time = given.real_time, .seed = given.seed}, std::move(profile),
-                                 tell);
+    sim::simulated_server server({.rules = rules, .plan = plan, .real_time = given.real_time, .seed = given.seed},
+                                 std::move(profile), tell);
     set_log(server.host(), mask_of(given.log_mask));
     std::signal(SIGINT, stop);
 
-    if (to.table != nullptr) print_table_head(to.table);
-    if (to.csv != nullptr) print_csv_head(to.csv);
+    if (to.table != nullptr) print_table_head(to.table, server.plan());
+    if (to.csv != nullptr) print_csv_head(to.csv, server.plan());
     server.host().loop.call_every(std::chrono::seconds(1), [&] { verdict.sample(server); });
     double row_time = 0.0;
     for (bool running = true; running && row_time < end;) {
@@ -267,6 +276,7 @@ bool simulate(const arguments& given, sim::load_profile profile, const std::stri
         print_row(to, server);
     }
     print_verdict(to.verdict, verdict);
+    if (given.slots) print_slots(to.verdict, server);
     if (given.sensors) print_sensors(to.verdict, server.host().sensors.list());
     if (given.dump) print_store(to.verdict, server.store());
     return verdict.passed();
@@ -274,7 +284,9 @@ bool simulate(const arguments& given, sim::load_profile profile, const std::stri
 
 int run(const arguments& given) {
     mask_of(given.log_mask);
-    sim::load_profile profile = profile_of(given);
+    const bool is_baseboard = given.board == sim::baseboard_server().name();
+    const sim::machine_plan& plan = is_baseboard ? sim::baseboard_server() : sim::socket_server();
+    sim::load_profile profile = profile_of(given, plan);
     std::optional<sim::temporary_file> bundled;
     if (given.rules.empty()) {
         bundled.emplace(sim::bundled_rules);
@@ -287,7 +299,7 @@ int run(const arguments& given) {
     const outputs to{.table = given.quiet || csv_to_output ? nullptr : stdout,
                      .csv = csv_to_output ? stdout : csv_file.get(),
                      .verdict = csv_to_output ? stderr : stdout};
-    return simulate(given, std::move(profile), rules, to) ? exit_passed : exit_failed;
+    return simulate(given, plan, std::move(profile), rules, to) ? exit_passed : exit_failed;
 }
 
 }  // namespace

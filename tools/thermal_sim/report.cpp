@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "tools/thermal_sim/cap_report.hpp"
+#include "tools/thermal_sim/slot_report.hpp"
 
-using sim::part_groups;
 using sim::server_fans;
 
 namespace {
@@ -94,14 +94,14 @@ std::string limit_text(double limit) { return std::isfinite(limit) ? std::to_str
 
 }  // namespace
 
-void print_table_head(std::FILE* file) {
+void print_table_head(std::FILE* file, const sim::machine_plan& plan) {
     std::fprintf(file, "%8s %5s %6s", "time", "load", "power");
-    for (const auto& group : part_groups()) {
+    for (const auto& group : plan.groups()) {
         const std::string title = title_of(group);
         if (group.in_table) std::fprintf(file, "%*s", width_of(title), title.c_str());
     }
     std::fprintf(file, "\n%8s %5s %6s", "", "%", "W");
-    for (const auto& group : part_groups()) {
+    for (const auto& group : plan.groups()) {
         // The sign takes two bytes and one column.
         if (group.in_table) std::fprintf(file, "%*s", width_of(title_of(group)) + 1, "\u00b0C");
     }
@@ -112,12 +112,13 @@ void print_table_row(std::FILE* file, const sim::simulated_server& server) {
     const sim::server_physics& physics = server.physics();
     std::fprintf(file, "%8s %5.0f %6.0f", clock_text(server.now()).c_str(), physics.highest_load(),
                  physics.power() + physics.fan_power());
-    for (const auto& group : part_groups()) {
+    for (const auto& group : server.plan().groups()) {
         if (group.in_table) std::fprintf(file, "%*.1f", width_of(title_of(group)), physics.hottest(group));
     }
     std::fprintf(file, "\n");
     print_fans(file, server);
     print_caps(file, server.caps());
+    print_limited_slots(file, server);
     print_alarms(file, server.host().sensors.list());
 }
 
@@ -128,11 +129,12 @@ void print_event(std::FILE* file, double seconds, const std::string& text) {
 void print_verdict(std::FILE* file, const sim::verdict& verdict) {
     std::fprintf(file, "\n%-10s %9s %7s %7s %10s %10s %9s\n", "part", "highest", "at", "limit", "over limit",
                  "overshoot", "settling");
-    for (std::size_t group = 0; group < part_groups().size(); ++group) {
+    const auto groups = verdict.plan().groups();
+    for (std::size_t group = 0; group < groups.size(); ++group) {
         const auto report = verdict.part(group);
         std::fprintf(file, "%-10s %6.1f \u00b0C %7s %4s \u00b0C %8.0f s %7.1f \u00b0C %7.0f s%s\n",
-                     title_of(part_groups()[group]).c_str(), report.highest_c, clock_text(report.highest_at).c_str(),
-                     limit_text(part_groups()[group].limit_c).c_str(), report.seconds_over, report.overshoot_c,
+                     title_of(groups[group]).c_str(), report.highest_c, clock_text(report.highest_at).c_str(),
+                     limit_text(groups[group].limit_c).c_str(), report.seconds_over, report.overshoot_c,
                      report.settling_s, report.seconds_over > 0.0 ? "  OVER ITS LIMIT" : "");
     }
     std::fprintf(file, "\n");
@@ -159,9 +161,9 @@ void print_store(std::FILE* file, const common_thermal_dao& store) {
     }
 }
 
-void print_csv_head(std::FILE* file) {
+void print_csv_head(std::FILE* file, const sim::machine_plan& plan) {
     std::fprintf(file, "time_s,load_percent,inlet_c,outlet_c,power_w,fan_power_w");
-    for (const auto& part : sim::server_parts()) {
+    for (const auto& part : plan.parts()) {
         std::fprintf(file, ",%s_c", part.full_name.c_str());
     }
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
@@ -175,7 +177,7 @@ void print_csv_row(std::FILE* file, const sim::simulated_server& server) {
     const sim::server_physics& physics = server.physics();
     std::fprintf(file, "%.1f,%.0f,%.1f,%.1f,%.1f,%.2f", server.now(), physics.highest_load(), physics.inlet(),
                  physics.outlet(), physics.power(), physics.fan_power());
-    for (std::size_t part = 0; part < sim::server_parts().size(); ++part) {
+    for (std::size_t part = 0; part < server.plan().parts().size(); ++part) {
         std::fprintf(file, ",%.2f", physics.temperature(part));
     }
     for (unsigned fan = 1; fan <= server_fans; ++fan) {
