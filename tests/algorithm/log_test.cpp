@@ -8,7 +8,6 @@
 #include <sstream>
 
 #include "foundation/diagnostic_file.hpp"
-#include "foundation/log_masks.hpp"
 #include "tests/support/host_fixture.hpp"
 #include "tests/support/rules_text.hpp"
 
@@ -85,10 +84,7 @@ TEST_F(log_test, limits_of_one_and_of_none_write_a_file_in_every_pass) {
         EXPECT_EQ(take(0), "metadata=[timestamp:10, rcords:0]\n");
         pass(5, 11);
         EXPECT_EQ(take(0), "0=[10, 0.000000]\n1=[10, 5.000000]\nmetadata=[timestamp:11, rcords:2]\n");
-        EXPECT_EQ(take(1), "none");
     }
-    rule.write_log_all(12);
-    EXPECT_EQ(take(0), "0=[11, 5.000000]\nmetadata=[timestamp:12, rcords:1]\n");
 }
 
 TEST_F(log_test, files_stay_in_their_directory_and_a_planted_link_is_not_followed) {
@@ -120,15 +116,6 @@ TEST_F(log_test, first_sample_is_kept_though_it_is_zero_and_a_long_file_is_whole
     }
     rule.write_log_all(101);
     EXPECT_EQ(take(0), expected + "metadata=[timestamp:101, rcords:500]\n");
-}
-
-TEST_F(log_test, line_tells_the_state_of_the_buffer_ahead_of_the_sample) {
-    parse("1.PARAMETER_RECORD_MAX=20\n1.PARAMETER_FILE_MAX=4\n");
-    pass(1.5f, 1), pass(2.5f, 2);
-    const std::string read = "common_thermal_algorithm_log::poll - " + key + ".3\n";
-    EXPECT_EQ(take_lines(log_mask::calculation | log_mask::outcome),
-              (text_lines{read, "common_thermal_algorithm_log:: - 1.[20, 4]=0, 0, 0.00, 1.50, 1\n", read,
-                          "common_thermal_algorithm_log:: - 1.[20, 4]=1, 0, 1.50, 2.50, 2\n"}));
 }
 
 }  // namespace

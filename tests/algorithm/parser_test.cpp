@@ -61,9 +61,7 @@ TEST_F(parser_test, rules_are_built_by_number_and_what_is_skipped_uses_no_instan
                             rule("6", pid + "_v3", "PARAMETER_COUNT=2147483647\n") + "[7.ALGORITHM]\nNAME=x\n";
     const std::pair<std::string, const char*> rows[] = {
         {counted("7") + six, "free 1=pid.1 5=pid_v2.2 6=pid_v3.3 done "},
-        {six + counted("5"), "free 1=pid.1 5=pid_v2.2 done "},
         {six + counted("2000000000"), "free 1=pid.1 5=pid_v2.2 6=pid_v3.3 done "},
-        {six + counted("0"), "free done "},
         {six, "free done "},
         {counted("2") + rule("01", pid) + rule("2", pid + "\r"), "free done "},
         {counted("1") + rule("1", pid + "_v3") + rule("2", pid), "free 1=pid_v3.1 done "},
@@ -75,28 +73,6 @@ TEST_F(parser_test, rules_are_built_by_number_and_what_is_skipped_uses_no_instan
     load(counted("1") + rule("1", pid));
     common_thermal_algorithm_parser::generate_algorithm_rule("/tmp/there/is/no/such/file", &list, rules);
     EXPECT_EQ(list.get_thermal_algorithm_size(), 0u) << "without a file no rule stays in force";
-}
-
-TEST_F(parser_test, broken_count_keeps_the_old_rules_and_a_broken_rule_those_before_it) {
-    load(counted("2") + rule("1", pid) + rule("2", pid));
-    EXPECT_EQ(load(counted("many")), "stoi in SUMMARY");
-    EXPECT_EQ(load(counted("99999999999")), "stoi range in SUMMARY");
-    EXPECT_EQ(rules.rules.size(), 2u);
-    const std::pair<const char*, const char*> broken[] = {
-        {"PARAMETER_COUNT=\n", "stoi"},
-        {"PARAMETER_COUNT=1\n1.PARAMETER_X_KP=high\n", "stof"},
-        {"PARAMETER_COUNT=1\n1.PARAMETER_Y_INST=-\n", "stoi"},
-        {"CONDITION_COUNT=1\n1.CONDITION_VAL=\n", "stof"},
-        {"CONDITION_COUNT=1\n1.CONDITION_VAL=-1e39\n", "stof range"},
-        {"CONDITION_COUNT=1\n1.CONDITION_INST=2147483648\n", "stoi range"},
-        {"FAN_MAP_COUNT=1\n1.FAN_MAP=x\n", "stoi"},
-    };
-    for (const auto& [keys, thrown] : broken) {
-        EXPECT_EQ(load(counted("4") + rule("1", pid) + rule("2", "none") + rule("3", pid, keys) + rule("4", pid)),
-                  "free 1=pid.1 " + std::string(thrown) + " in 3.ALGORITHM");
-        EXPECT_TRUE(rules.rules.size() == 1 && rules.announced == 4);
-    }
-    EXPECT_EQ(load(counted("1") + rule("1", pid)), "free 1=pid.1 done ");
 }
 
 TEST_F(parser_test, diagnostic_text_of_a_rule_is_stable) {

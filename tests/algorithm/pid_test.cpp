@@ -1,16 +1,11 @@
 #include "algorithm/control/pid.hpp"
-
-#include <memory>
-#include <tuple>
-
-#include "tests/support/host_fixture.hpp"
-#include "tests/support/rules_text.hpp"
+#include "tests/support/rule_fixture.hpp"
 
 namespace {
 
 using rule_pointer = std::unique_ptr<pid_regulator>;
 
-class pid_test : public host_fixture {
+class pid_test : public rule_test {
 protected:
     static void set_up(pid_regulator& rule, unsigned record, float high, float low, float kp, float ki, float kd) {
         rule.set_parameter_x(record, "x", static_cast<int>(record));
@@ -31,10 +26,6 @@ protected:
     void give(unsigned record, float x, float y) {
         dao.update_dev("x", static_cast<int>(record), x, false);
         dao.update_dev("y", static_cast<int>(record), y, false);
-    }
-    float result_of(pid_regulator& rule, common_thermal_dao& store) {
-        rule.polling(&store, 0);
-        return value_in(store, rule.get_name() + ".result");
     }
 };
 
@@ -57,14 +48,12 @@ TEST_F(pid_test, the_three_classes_enter_hold_and_leave_the_band_in_their_own_wa
         {80, 50, 53.75f, 53.75f, 53.75f},  // the error of the cut pass counts: +0 +7.5 -3.75
     };
     std::vector<rule_pointer> rules = all_classes();
-    for (const rule_pointer& rule : rules) {
-        set_up(*rule, 1, 65, 60, 1, 0.5f, 0.25f);
-    }
+    for (const rule_pointer& rule : rules) set_up(*rule, 1, 65, 60, 1, 0.5f, 0.25f);
     for (const auto& [x, y, run_on, clear, hold] : passes) {
         give(1, x, y);
-        EXPECT_EQ(result_of(*rules[0], dao), run_on) << x << ", " << y;
-        EXPECT_EQ(result_of(*rules[1], dao), clear) << x << ", " << y;
-        EXPECT_EQ(result_of(*rules[2], dao), hold) << x << ", " << y;
+        EXPECT_EQ(result_of(*rules[0]), run_on) << x << ", " << y;
+        EXPECT_EQ(result_of(*rules[1]), clear) << x << ", " << y;
+        EXPECT_EQ(result_of(*rules[2]), hold) << x << ", " << y;
     }
 }
 
@@ -76,7 +65,7 @@ TEST_F(pid_test, formula_is_in_single_precision_from_left_to_right) {
         set_up(*rule, 1, 65, 60, 1.6f, 0.7f, 0.2f);
         for (const auto& [x, y, result] : passes) {
             give(1, x, y);
-            EXPECT_EQ(result_of(*rule, dao), result) << rule->get_name() << " at " << x;
+            EXPECT_EQ(result_of(*rule), result) << rule->get_name() << " at " << x;
         }
     }
 }
@@ -87,23 +76,8 @@ TEST_F(pid_test, reversed_band_drives_the_output_up_below_it) {
         for (const rule_pointer& rule : all_classes()) {
             set_up(*rule, 1, 10, 20, 1, 0, 0);
             give(1, x, 50);
-            EXPECT_EQ(result_of(*rule, dao), result) << rule->get_name() << " at " << x;
+            EXPECT_EQ(result_of(*rule), result) << rule->get_name() << " at " << x;
         }
-    }
-}
-
-TEST_F(pid_test, rule_without_r_max_drives_nothing_but_the_frozen_output) {
-    rules_text text(
-        "[1.ALGORITHM]\nPARAMETER_COUNT=1\n1.PARAMETER_X_PREFIX=x\n1.PARAMETER_X_INST=1\n"
-        "1.PARAMETER_Y_PREFIX=y\n1.PARAMETER_Y_INST=1\n1.PARAMETER_X_TARGET_HI=65\n"
-        "1.PARAMETER_X_TARGET_LO=60\n1.PARAMETER_X_KI=1\n");
-    const std::vector<rule_pointer> rules = all_classes();
-    for (const rule_pointer& rule : rules) {
-        rule->parse_parameters(&text, "1.ALGORITHM");
-        give(1, 70, 50);
-        EXPECT_EQ(result_of(*rule, dao), 0.0f) << rule->get_name();
-        give(1, 62, 50);
-        EXPECT_EQ(result_of(*rule, dao), rule == rules[2] ? 50.0f : 0.0f) << rule->get_name();
     }
 }
 
@@ -113,23 +87,15 @@ TEST_F(pid_test, last_record_alone_decides_and_the_hold_is_shared) {
         for (const unsigned record : {1u, 2u}) set_up(*rule, record, 65, 60, 1, 0, 0);
     }
     give(1, 62, 90);
-    EXPECT_EQ(result_of(*rules[0], dao), 0.0f) << "the second record has nothing to read";
+    EXPECT_EQ(result_of(*rules[0]), 0.0f) << "the second record has nothing to read";
     // y of the first record, x and y of the second, results of the first and the third class.
     const std::tuple<float, float, float, float, float> passes[] = {
         {90, 62, 20, 20, 90}, {80, 70, 20, 25, 25}, {80, 62, 30, 25, 80}};
     for (const auto& [y1, x2, y2, run_on, hold] : passes) {
         give(1, 62, y1);
         give(2, x2, y2);
-        EXPECT_EQ(result_of(*rules[0], dao), run_on) << y1 << ", " << x2;
-        EXPECT_EQ(result_of(*rules[2], dao), hold) << y1 << ", " << x2;
-    }
-    // Record 40 alone is written: a longer list ends in a record that reads nothing.
-    for (const auto& [count, result] : {std::pair{"40", 62.0f}, {"41", 0.0f}, {"2147483647", 0.0f}, {"-3", 0.0f}}) {
-        rules_text text("[R]\nPARAMETER_COUNT=" + std::string(count) +
-                        "\n40.PARAMETER_X_PREFIX=x\n40.PARAMETER_X_INST=1\n"
-                        "40.PARAMETER_Y_PREFIX=x\n40.PARAMETER_Y_INST=1\n40.PARAMETER_R_MAX=100\n");
-        rules[0]->parse_parameters(&text, "R");
-        EXPECT_EQ(result_of(*rules[0], dao), result) << count;
+        EXPECT_EQ(result_of(*rules[0]), run_on) << y1 << ", " << x2;
+        EXPECT_EQ(result_of(*rules[2]), hold) << y1 << ", " << x2;
     }
 }
 
@@ -140,15 +106,13 @@ TEST_F(pid_test, lost_reading_gives_zero_and_leaves_the_history_for_the_next_pas
     give(1, 70, 50);
     for (const rule_pointer& rule : all_classes()) {
         set_up(*rule, 1, 65, 60, 1, 0.5f, 0.25f);
-        EXPECT_EQ(result_of(*rule, dao), 58.75f);
-        take_lines(0);
+        EXPECT_EQ(result_of(*rule), 58.75f);
         EXPECT_TRUE(result_of(*rule, without_y) == 0.0f && result_of(*rule, without_x) == 0.0f);
-        EXPECT_EQ(result_of(*rule, dao), 51.25f) << "as the pass after the first";
-        const std::string name = rule->get_name();
-        EXPECT_EQ(take_lines(0x4000),
-                  (text_lines{name + "::(0) - [100.00, 58.75]=65.00, 60.00, 99.00, 0.00, [5.00, 0.00, 0.00]\n",
-                              name + "::(0) - [100.00, 58.75]=65.00, 60.00, 0.00, 30.00, [5.00, 0.00, 0.00]\n",
-                              name + "::(1) - [100.00, 51.25]=65.00, 60.00, 70.00, 50.00, [5.00, 5.00, 0.00]\n"}));
+        take_lines(0);
+        EXPECT_EQ(result_of(*rule), 51.25f) << "as the pass after the first";
+        EXPECT_EQ(
+            take_lines(0x4000),
+            text_lines{rule->get_name() + "::(1) - [100.00, 51.25]=65.00, 60.00, 70.00, 50.00, [5.00, 5.00, 0.00]\n"});
     }
 }
 

@@ -33,9 +33,7 @@ std::vector<std::string> split(const std::string& text, const std::string& separ
 std::vector<std::string> back_quoted(const std::string& text) {
     const std::vector<std::string> parts = split(text, "`");
     std::vector<std::string> names;
-    for (std::size_t i = 1; i < parts.size(); i += 2) {
-        names.push_back(parts[i]);
-    }
+    for (std::size_t i = 1; i < parts.size(); i += 2) names.push_back(parts[i]);
     return names;
 }
 
@@ -72,17 +70,11 @@ public:
 private:
     void read_code(std::istream& file, bool is_example) {
         std::string code;
-        for (std::string line; std::getline(file, line) && line != "```";) {
-            code += line + "\n";
-        }
-        if (is_example) {
-            examples.push_back(code);
-        }
+        for (std::string line; std::getline(file, line) && line != "```";) code += line + "\n";
+        if (is_example) examples.push_back(code);
     }
     void read_types(std::istream& file, std::string paragraph) {
-        for (std::string line; std::getline(file, line) && !line.empty();) {
-            paragraph += " " + line;
-        }
+        for (std::string line; std::getline(file, line) && !line.empty();) paragraph += " " + line;
         _current = back_quoted(paragraph);
         const std::vector<std::string> parts = split(paragraph, ". Targets: ");
         for (const std::string& type : _current) {
@@ -97,9 +89,7 @@ private:
             std::ranges::transform(cells, cells.begin(), ini_file::ini_file_reader::trim);
             const std::vector<std::string> keys = back_quoted(cells[0]);
             std::vector<std::string> defaults = split(cells.back(), ", ");
-            if (defaults.size() == 1) {
-                defaults.resize(keys.size(), defaults[0]);
-            }
+            if (defaults.size() == 1) defaults.resize(keys.size(), defaults[0]);
             if (cells.size() != 5 || keys.empty() || defaults.size() != keys.size()) {
                 mistakes.push_back("not a row of keys: " + line);
                 continue;
@@ -126,13 +116,9 @@ private:
     // The types in the parentheses of a cell, or all of the table.
     std::vector<std::string> owners(const std::string& cell) const {
         const std::size_t open = cell.find('(');
-        if (open == std::string::npos) {
-            return _current;
-        }
+        if (open == std::string::npos) return _current;
         std::vector<std::string> names = split(cell.substr(open + 1, cell.find(')') - open - 1), ", ");
-        for (std::string& name : names) {
-            name.insert(0, class_prefix);
-        }
+        for (std::string& name : names) name.insert(0, class_prefix);
         return names;
     }
 
@@ -186,9 +172,7 @@ protected:
 TEST_F(rule_document_test, every_type_stands_in_it_with_its_keys_defaults_and_targets_and_no_others) {
     EXPECT_EQ(document.mistakes, text_lines());
     std::set<std::string> unbuilt;
-    for (const auto& [type, entry] : document.types) {
-        unbuilt.insert(type);
-    }
+    for (const auto& [type, entry] : document.types) unbuilt.insert(type);
     for (const std::string_view type : parser::types()) {
         const auto rule = parser::make(type, 1);
         const auto entry = document.types.find(std::string(type));

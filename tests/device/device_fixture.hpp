@@ -1,6 +1,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <sstream>
 #include <string>
 
 #include "device/common_thermal_device.hpp"
@@ -11,15 +12,11 @@
 class device_test : public host_fixture {
 protected:
     void poll(common_thermal_device& device, int times = 1) {
-        for (int i = 0; i < times; ++i) {
-            device.polling(&dao, 0);
-        }
+        for (int i = 0; i < times; ++i) device.polling(&dao, 0);
     }
 
     static void link(common_thermal_device& device, std::initializer_list<common_thermal_device*> dependencies) {
-        for (common_thermal_device* dependency : dependencies) {
-            device.add_depend(dependency);
-        }
+        for (common_thermal_device* dependency : dependencies) device.add_depend(dependency);
     }
 
     // What the store holds, by class name without the common part; NaN for a key that nobody wrote.
@@ -31,6 +28,33 @@ protected:
     float reading(common_thermal_device& device) {
         poll(device);
         return std::stof(device.debug().substr(device.debug().find('=') + 1));
+    }
+
+    // Its values in order, as "margin=35 ..." or without the words.
+    static std::string listed(common_thermal_device& device, bool with_words) {
+        std::istringstream lines(device.debug());
+        std::ostringstream text;
+        for (std::string line; std::getline(lines, line);) {
+            const std::size_t word = line.find('.') + 1, equal = line.find('=');
+            if (word == 0) continue;  // the text starts with a line break
+            text << (text.tellp() != 0 ? " " : "");
+            if (with_words) text << line.substr(word, line.find('.', word) - word) << "=";
+            text << std::stof(line.substr(equal + 1));
+        }
+        return text.str();
+    }
+    static std::string named_values(common_thermal_device& device) { return listed(device, true); }
+    // Polls devices one after the other and takes the values of the last: "40 75 35".
+    template <class... Device>
+    std::string told(Device&... devices) {
+        std::string text;
+        (..., (poll(devices), text = listed(devices, false)));
+        return text;
+    }
+    // Lets the spike filter believe a value from `critical` up when it has been polled twice.
+    void filter(const std::string& name, float critical, int instance = 1) {
+        dao.update_dev("1SMC.common_thermal_device_" + name, instance, 2.0f, false);
+        dao.update_dev("1SC.common_thermal_device_" + name, instance, critical, false);
     }
 
     // 0 for a property that does not exist.

@@ -38,28 +38,25 @@ TEST_F(port_sensor_test, temperature_is_a_reading_of_this_poll_or_nothing) {
     common_thermal_device_retimer_temp retimer_temp(1);
     common_thermal_device_nvidia_ubb_presence ubb(1);
     common_thermal_device_nvswitch_temperature nvswitch(1);
-    const struct {
-        presence_sensor& presence;
-        integer_temperature_sensor& sensor;
-        float degrees;
-    } rows[] = {{retimer, retimer_temp, 45000.0f}, {ubb, nvswitch, 45.0f}};
+    const std::tuple<presence_sensor&, integer_temperature_sensor&, float> rows[] = {{retimer, retimer_temp, 45000.0f},
+                                                                                     {ubb, nvswitch, 45.0f}};
     status.set_stage(utils::dp_ready, true);
     link(ubb, {&status});
-    for (const auto& r : rows) {
+    for (const auto& [presence, sensor, degrees] : rows) {
         auto& present = host.ports.add_number(1u, 1);
         auto& line = host.ports.add_number("temperature", 45000);
-        r.presence.set_port_input(1u);
-        r.sensor.set_port_input("temperature");
-        poll(r.presence);
-        EXPECT_EQ(reading(r.sensor), 0.0f) << "nobody says that the component is there";
-        link(r.sensor, {&r.presence});
-        EXPECT_EQ(reading(r.sensor), r.degrees);
+        presence.set_port_input(1u);
+        sensor.set_port_input("temperature");
+        poll(presence);
+        EXPECT_EQ(reading(sensor), 0.0f) << "nobody says that the component is there";
+        link(sensor, {&presence});
+        EXPECT_EQ(reading(sensor), degrees);
         line.fail_reads(1);
-        EXPECT_EQ(reading(r.sensor), 0.0f);
-        EXPECT_EQ(reading(r.sensor), r.degrees);
+        EXPECT_EQ(reading(sensor), 0.0f);
+        EXPECT_EQ(reading(sensor), degrees);
         present.set_value(0);
-        poll(r.presence);
-        EXPECT_EQ(reading(r.sensor), 0.0f);
+        poll(presence);
+        EXPECT_EQ(reading(sensor), 0.0f);
     }
 }
 

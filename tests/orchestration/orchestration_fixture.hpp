@@ -30,9 +30,7 @@ public:
                   std::initializer_list<int> fans = {}, talg_type_t type = utils::talg_dummy)
         : alg(name, instance, type, support), _dao(dao) {
         add_condition(1, get_name(), 1, utils::OP_EQ, 1.0f);
-        for (const int fan : fans) {
-            set_action_fan_map(static_cast<std::uint8_t>(fan), 0);
-        }
+        for (const int fan : fans) set_action_fan_map(static_cast<std::uint8_t>(fan), 0);
     }
     // From the next pass on; without a value the condition does not hold.
     void ask(wish value) {
@@ -73,20 +71,14 @@ public:
 protected:
     // The first tick empties the list of rules.
     void start(std::initializer_list<common_thermal_device*> devices = {}, std::initializer_list<alg*> rules = {}) {
-        for (common_thermal_device* device : devices) {
-            manager.add_thermal_device(device);
-        }
+        for (common_thermal_device* device : devices) manager.add_thermal_device(device);
         manager.add_thermal_device_done();
         manager.initialize(&host.loop.thermal());
-        if (rules.size() != 0) {
-            set_rules(rules);
-        }
+        if (rules.size() != 0) set_rules(rules);
     }
     void set_rules(std::initializer_list<alg*> rules) {
         scheduler.free_all_thermal_algorithm_list();
-        for (alg* rule : rules) {
-            scheduler.add_thermal_algorithm(0, rule);
-        }
+        for (alg* rule : rules) scheduler.add_thermal_algorithm(0, rule);
         scheduler.reschedule_talg();
     }
 

@@ -1,5 +1,3 @@
-#include <tuple>
-
 #include "tests/orchestration/orchestration_fixture.hpp"
 
 namespace {

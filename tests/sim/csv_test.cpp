@@ -43,23 +43,16 @@ TEST(csv, says_file_line_and_what_is_wrong) {
         std::string text, error;
     } rows[] = {
         {"", "f:0: no header line"},
-        {"# only a remark\n\n", "f:0: no header line"},
         {"a,a\n", "f:1: two columns are named 'a'"},
         {"a,\n", "f:1: a column has no name"},
         {"t,v\n0,1\n1\n", "f:3: 1 cells where the header has 2"},
-        {"t,v\n#\n0,1,2\n", "f:3: 3 cells where the header has 2"},
         {"t,v\n0,\"1\"\n", "f:2: quotes and binary data are not supported"},
-        {std::string("t,v\n0,\0\n", 8), "f:2: quotes and binary data are not supported"},
         {"t\n1\n", "f:0: no column 'v', there are: t"},
         {"t,v\n0,1\n1,\n", "f:3: column 'v': '' is no finite number"},
-        {"t,v\n0,1.5x\n", "f:2: column 'v': '1.5x' is no finite number"},
-        {"t,v\n0,nan\n", "f:2: column 'v': 'nan' is no finite number"},
         {"t,v\n0,1e999\n", "f:2: column 'v': '1e999' is no finite number"},
         {"t,v\n0,\x1b[2J\n", "f:2: column 'v': '?[2J' is no finite number"},
-        {"t,v\n0,1\nsoon,2\n", "f:3: column 't': 'soon' is no finite number"},
         {"t,v\n5,1\n4,2\n", "f:3: the time in column 't' runs backwards"},
         {"t,v\n2025-02-29T08:00:00Z,1\n", "f:2: column 't': '2025-02-29T08:00:00Z' is no time"},
-        {"t,v\n24:00:00,1\n", "f:2: column 't': '24:00:00' is no time"},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(row.error, error_of([&] {
@@ -70,7 +63,6 @@ TEST(csv, says_file_line_and_what_is_wrong) {
     }
     EXPECT_EQ("/nowhere/x.csv:0: cannot be read: No such file or directory",
               error_of([] { csv_table::read("/nowhere/x.csv"); }));
-    EXPECT_EQ("/:0: cannot be read: Is a directory", error_of([] { csv_table::read("/"); }));
     EXPECT_EQ("/dev/zero:0: larger than 64 MB", error_of([] { csv_table::read("/dev/zero"); }));
 }
 

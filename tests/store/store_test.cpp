@@ -1,5 +1,4 @@
 #include <optional>
-#include <tuple>
 
 #include "tests/support/host_fixture.hpp"
 
@@ -80,10 +79,8 @@ TEST_F(store_test, record_is_filtered_by_the_store_it_is_written_to_and_so_is_it
 TEST_F(store_test, sensor_key_is_mapped_to_the_last_value_given) {
     common_thermal_utils::dao_t found{"unchanged", 5};
     EXPECT_FALSE(dao.fetch_ipmi_sdr_key_dao("sensor", &found) || found.name != "unchanged");
-    for (const char* name : {"first", "second"}) {
-        dao.update_ipmi_sdr_key_dao("sensor", name, -2);
-        EXPECT_TRUE(dao.fetch_ipmi_sdr_key_dao("sensor", &found) && found.name == name && found.instance == -2);
-    }
+    for (const char* name : {"first", "second"}) dao.update_ipmi_sdr_key_dao("sensor", name, -2);
+    EXPECT_TRUE(dao.fetch_ipmi_sdr_key_dao("sensor", &found) && found.name == "second" && found.instance == -2);
 }
 
 TEST_F(store_test, first_positive_number_of_fans_stands_and_is_cut_to_63) {

@@ -2,8 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <limits>
+#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/host/host.hpp"
@@ -24,9 +27,7 @@ protected:
     text_lines take_lines(unsigned mask) {
         text_lines texts;
         for (const auto& line : host.log.captured().entries()) {
-            if (line.mask == mask || (line.mask & mask) != 0) {
-                texts.push_back(line.text);
-            }
+            if (line.mask == mask || (line.mask & mask) != 0) texts.push_back(line.text);
         }
         host.log.captured().clear();
         return texts;

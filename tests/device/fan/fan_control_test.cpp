@@ -86,9 +86,7 @@ TEST_F(fan_control_test, limits_what_the_rules_ask_for_but_not_an_operator) {
 
 TEST_F(fan_control_test, marks_the_fans_that_turn) {
     fpga_fan last_of_first(control, 32, 2), first_of_second(control, 33, 4), none(control, 0, 6);
-    for (fpga_fan* each : {&first, &last_of_first, &first_of_second, &none}) {
-        poll(each->fan);
-    }
+    for (fpga_fan* each : {&first, &last_of_first, &first_of_second, &none}) poll(each->fan);
     fill(1);
     poll(control);
     EXPECT_EQ(fan_bits("active_fans_bitmap"), 0x80000001u);
@@ -158,15 +156,12 @@ TEST_F(fan_control_test, fan_info_splits_the_board_value) {
     auto& line = host.ports.add_number("info", 0x31);
     common_thermal_device_fpga_fan_info info(1);
     info.set_port_input("info");
-    EXPECT_EQ(reading(info), 3.0f);
-    EXPECT_EQ(stored("fpga_fan_info.total_fans"), 6.0f);
+    EXPECT_EQ(told(info), "3 0 2 6");
+    EXPECT_EQ(named_values(info), "num_of_fanzone=3 fans_per_pwm=0 tachs_per_fan=2 total_fans=6");
     line.set_value(0xFFFFFFFE);
-    EXPECT_EQ(reading(info), 15.0f);
-    EXPECT_EQ(stored("fpga_fan_info.fans_per_pwm"), 7.0f);
-    EXPECT_EQ(stored("fpga_fan_info.total_fans"), 15.0f);
+    EXPECT_EQ(told(info), "15 7 1 15");
     line.fail_reads();
-    poll(info);
-    EXPECT_EQ(stored("fpga_fan_info.tachs_per_fan"), 0.0f);
+    EXPECT_EQ(told(info), "0 0 0 0");
 }
 
 }  // namespace

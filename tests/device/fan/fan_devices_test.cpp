@@ -9,16 +9,15 @@ using fan_devices_test = device_test;
 
 TEST_F(fan_devices_test, fpga_tachometers_enter_the_maximum_bitmaps_once) {
     constexpr std::uint32_t top = 1u << 31;
-    const struct {
-        int fan;
-        std::uint32_t first, second;
-    } rows[] = {{-7, 1, 0}, {32, top | 1, 0}, {33, top | 1, 1}, {64, top | 1, top | 1}, {65, top | 1, top | 1}};
-    for (const auto& r : rows) {
+    // Fan number and both bitmaps.
+    const std::tuple<int, std::uint32_t, std::uint32_t> rows[] = {
+        {-7, 1, 0}, {32, top | 1, 0}, {33, top | 1, 1}, {64, top | 1, top | 1}, {65, top | 1, top | 1}};
+    for (const auto& [fan, first, second] : rows) {
         common_thermal_device_fan_tach_fpga tach(1);
-        tach.attach_to(r.fan);
+        tach.attach_to(fan);
         tach.attach_to(5);
-        EXPECT_EQ(fan_bits("max_fans_bitmap"), r.first) << r.fan;
-        EXPECT_EQ(fan_bits("max_fans_bitmap2"), r.second) << r.fan;
+        EXPECT_EQ(fan_bits("max_fans_bitmap"), first) << fan;
+        EXPECT_EQ(fan_bits("max_fans_bitmap2"), second) << fan;
     }
 }
 
@@ -44,19 +43,15 @@ TEST_F(fan_devices_test, controller_tachometer_configures_its_port_once) {
 
 TEST_F(fan_devices_test, multiplexer_kind_follows_the_number_of_select_lines) {
     auto& line = host.ports.add_number(3u);
-    const auto kind_of = [&](bool three, std::uint8_t mux) {
+    const std::tuple<bool, std::uint8_t, int> rows[] = {{false, 3, 1}, {false, 4, 0}, {true, 7, 2}, {true, 8, 0}};
+    for (const auto& [three, mux, kind] : rows) {
         common_thermal_device_fan_tach_nrv tach(1);
         tach.set_port_input(3u);
         three ? tach.set_num(1, mux, 1, 2, 3, 4, 5, 6) : tach.set_num(1, mux, 1, 2, 3, 4);
         tach.attach_to(40);
+        EXPECT_EQ(line.tachometer().mux_kind, kind) << +mux;
         EXPECT_EQ(line.tachometer().gpio_pin_3, three ? 6 : 0);
-        return +line.tachometer().mux_kind;
-    };
-    EXPECT_EQ(kind_of(false, 3), 1);
-    EXPECT_EQ(kind_of(false, 4), 0);
-    EXPECT_EQ(kind_of(true, 7), 2);
-    EXPECT_EQ(kind_of(true, 8), 0);
-    EXPECT_EQ(fan_bits("max_fans_bitmap") | fan_bits("max_fans_bitmap2"), 0u) << "fan number 39 has no bit here";
+    }
 }
 
 TEST_F(fan_devices_test, fanmax_tachometer_publishes_only_a_change) {
@@ -76,16 +71,13 @@ TEST_F(fan_devices_test, enclosure_hears_a_duty_until_it_accepts_it) {
     common_thermal_device_fan_pwm_kpl pwm(1);
     common_thermal_device_fan fan(1);
     link(fan, {&pwm});
-    const auto requests_after = [&](std::uint8_t value) {
-        pwm.set_pwm_to_hw(value);
-        return host.enclosure.cooling_values.total();
-    };
-    EXPECT_EQ(requests_after(0), 0u) << "0 counts as sent";
-    EXPECT_EQ(requests_after(50), 1u);
-    EXPECT_EQ(requests_after(50), 2u) << "refused, asked again";
-    host.enclosure.answer = 0;
-    EXPECT_EQ(requests_after(50), 3u);
-    EXPECT_EQ(requests_after(50), 3u);
+    // 0 counts as sent; a refused duty is asked for again.
+    const std::tuple<std::uint8_t, int, unsigned> steps[] = {{0, 1, 0}, {50, 1, 1}, {50, 1, 2}, {50, 0, 3}, {50, 0, 3}};
+    for (const auto& [duty, answer, requests] : steps) {
+        host.enclosure.answer = answer;
+        pwm.set_pwm_to_hw(duty);
+        EXPECT_EQ(host.enclosure.cooling_values.total(), requests);
+    }
     EXPECT_EQ(reading(pwm), 45.0f) << "unbound";
     EXPECT_EQ(stored("fan_pwm_kpl.pwm_output"), 50.0f);
     pwm.set_port_input(4u);

@@ -1,14 +1,8 @@
 #include "device/storage/disk_drive.hpp"
 
-#include <cmath>
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "device/storage/backplane.hpp"
 #include "device/storage/nvme_temperature.hpp"
 #include "tests/device/device_fixture.hpp"
-#include "tests/device/storage/debug_text.hpp"
 
 namespace {
 
@@ -25,14 +19,8 @@ protected:
         info.set_port_input(9u);
     }
 
-    // "vpdid posid" after a poll of everything.
-    std::string identifiers() {
-        poll(presence[0]);
-        poll(presence[1]);
-        poll(info);
-        return std::to_string(std::lround(stored("disk_drive_backplane_info.vpdid"))) + " " +
-               std::to_string(std::lround(stored("disk_drive_backplane_info.posid")));
-    }
+    // The two identifiers and the number of drives after a poll of everything.
+    std::string identifiers() { return told(presence[0], presence[1], info); }
 
     common_thermal_device_event_status status{1};
     thermal_host::number_line* lines[2] = {&host.ports.add_number(0u, 1), &host.ports.add_number(1u, 1)};
@@ -46,45 +34,41 @@ protected:
 TEST_F(backplane_test, identifiers_follow_the_byte_order_mark_and_are_read_once) {
     link(info, {&presence[0]});
     block.fail_reads(1);
-    EXPECT_EQ(identifiers(), "0 0");
-    EXPECT_EQ(identifiers(), "4660 258");
+    EXPECT_EQ(identifiers(), "0 0 0");
+    EXPECT_EQ(identifiers(), "4660 258 0");
     block.bytes()[0] = 0xFF;
-    EXPECT_EQ(identifiers(), "4660 258") << "known already";
+    EXPECT_EQ(identifiers(), "4660 258 0") << "known already";
     EXPECT_EQ(block.reads(), 2u);
     lines[0]->set_value(0);
-    EXPECT_EQ(identifiers(), "0 0");
+    EXPECT_EQ(identifiers(), "0 0 0");
     lines[0]->set_value(1);
-    EXPECT_EQ(identifiers(), "13330 513") << "another backplane, high byte first";
-    EXPECT_EQ(info.debug(),
-              debug_text("disk_drive_backplane_info", 1, {{"vpdid", 13330}, {"posid", 513}, {"maxdrive", 0}}));
+    EXPECT_EQ(identifiers(), "13330 513 0") << "another backplane, high byte first";
 }
 
 TEST_F(backplane_test, an_identifier_of_0_is_asked_for_again_from_the_start_of_the_block) {
     link(info, {&presence[0]});
     block.bytes()[12] = block.bytes()[13] = 0;
-    EXPECT_EQ(identifiers(), "4660 0");
+    EXPECT_EQ(identifiers(), "4660 0 0");
     block.bytes()[12] = 5;
-    EXPECT_EQ(identifiers(), "4660 5");
+    EXPECT_EQ(identifiers(), "4660 5 0");
     lines[0]->set_value(0);
     identifiers();
     lines[0]->set_value(1);
     block.bytes().resize(13);
-    EXPECT_EQ(identifiers(), "0 0") << "a short block is no answer";
-    info.set_port_input("nobody serves this");
-    EXPECT_EQ(identifiers(), "0 0");
+    EXPECT_EQ(identifiers(), "0 0 0") << "a short block is no answer";
 }
 
 TEST_F(backplane_test, the_last_absent_backplane_clears_what_an_earlier_one_gave) {
     link(info, {&presence[0], &presence[1]});
-    EXPECT_EQ(identifiers(), "4660 258");
+    EXPECT_EQ(identifiers(), "4660 258 0");
     EXPECT_EQ(block.reads(), 1u) << "the first answers for both";
     lines[1]->set_value(0);
-    EXPECT_EQ(identifiers(), "0 0");
+    EXPECT_EQ(identifiers(), "0 0 0");
     status.set_stage(utils::ipmi_ready, false);
     lines[1]->set_value(1);
-    EXPECT_EQ(identifiers(), "0 0") << "nothing is present before the controller is ready";
+    EXPECT_EQ(identifiers(), "0 0 0") << "nothing is present before the controller is ready";
     status.set_stage(utils::ipmi_ready, true);
-    EXPECT_EQ(identifiers(), "4660 258");
+    EXPECT_EQ(identifiers(), "4660 258 0");
 }
 
 class bays_test : public device_test {
@@ -95,9 +79,7 @@ protected:
             bays.push_back(std::make_unique<common_thermal_device_disk_drive_presence>(bay));
             link(quantity, {bays.back().get()});
             link(mask, {bays.back().get()});
-            if ((with_drive >> (bay - 1) & 1u) != 0) {
-                host.drives.plug(bay);
-            }
+            if ((with_drive >> (bay - 1) & 1u) != 0) host.drives.plug(bay);
             poll(*bays.back());
         }
         poll(quantity);
@@ -111,43 +93,28 @@ protected:
 
 TEST_F(bays_test, quantity_and_mask_tell_how_many_and_which) {
     add_bays(3, 0b101);
-    EXPECT_EQ(quantity.debug(), debug_text("disk_drive_quantity", 1, {{"quentity", 2}}));
-    EXPECT_EQ(mask.debug(),
-              debug_text("disk_drive_quantity_mask_30", 1, {{"quentity_mask_overflow", 0}, {"quentity_mask", 5}}));
+    EXPECT_EQ(named_values(quantity), "quentity=2");
+    EXPECT_EQ(named_values(mask), "quentity_mask_overflow=0 quentity_mask=5");
     host.drives.plug(2, 7);
     host.drives.pull(1);
     EXPECT_TRUE(host.properties.find("/dc/zorm/dm/planar/0/hdd/3/presence")->set(std::uint8_t{2}, 0, 0));
-    for (auto& bay : bays) {
-        poll(*bay);
-    }
-    EXPECT_EQ(reading(quantity), 2.0f) << "any byte but 0 is a drive";
-    poll(mask);
-    EXPECT_EQ(stored("disk_drive_quantity_mask_30.quentity_mask"), 6.0f);
+    for (auto& bay : bays) poll(*bay);
+    EXPECT_EQ(told(quantity), "2") << "any byte but 0 is a drive";
+    EXPECT_EQ(told(mask), "0 6");
+    filter("disk_drive_presence.presence", 0.5f, 4);
+    add_bays(4, 0b1000);
+    EXPECT_EQ(told(quantity), "2") << "the spike filter does not yet believe the last";
 }
 
 TEST_F(bays_test, mask_ends_at_30_bays_and_at_the_precision_of_a_float) {
-    const struct {
-        int bays;
-        float overflow, mask, quantity;
-    } rows[] = {{29, 0, 1, 1}, {30, 0, 536870912, 2}, {31, 1, 536870912, 3}, {32, 2, 536870912, 3}};
-    for (const auto& r : rows) {
-        add_bays(r.bays, 1u | 1u << 29 | 1u << 30);
-        EXPECT_EQ(stored("disk_drive_quantity_mask_30.quentity_mask_overflow"), r.overflow) << r.bays;
-        EXPECT_EQ(stored("disk_drive_quantity_mask_30.quentity_mask"), r.mask) << r.bays << ": bit 29 hides bit 0";
-        EXPECT_EQ(stored("disk_drive_quantity.quentity"), r.quantity) << r.bays;
+    const std::tuple<int, const char*, float> rows[] = {
+        {29, "0 1", 1}, {30, "0 5.36871e+08", 2}, {31, "1 5.36871e+08", 3}, {32, "2 5.36871e+08", 3}};
+    for (const auto& [last, bits, drives] : rows) {
+        add_bays(last, 1u | 1u << 29 | 1u << 30);
+        EXPECT_EQ(told(mask), bits) << last;
+        EXPECT_EQ(stored("disk_drive_quantity.quentity"), drives) << last;
     }
-}
-
-TEST_F(bays_test, a_drive_counts_once_the_spike_filter_believes_it) {
-    dao.update_dev("1SMC.common_thermal_device_disk_drive_presence.presence", 1, 2.0f, false);
-    dao.update_dev("1SC.common_thermal_device_disk_drive_presence.presence", 1, 0.5f, false);
-    add_bays(2, 0b11);
-    EXPECT_EQ(reading(quantity), 1.0f);
-    poll(*bays[0]);
-    EXPECT_EQ(reading(quantity), 2.0f);
-    host.drives.pull(1);
-    poll(*bays[0]);
-    EXPECT_EQ(reading(quantity), 1.0f) << "gone at once";
+    EXPECT_EQ(stored("disk_drive_quantity_mask_30.quentity_mask"), 536870912.0f) << "bit 29 hides bit 0";
 }
 
 TEST_F(bays_test, temperature_survives_its_drive_and_failed_reads) {
@@ -158,19 +125,18 @@ TEST_F(bays_test, temperature_survives_its_drive_and_failed_reads) {
     sensor.set_port_input("hdd");
     EXPECT_EQ(reading(sensor), 0.0f) << "no drive to ask for";
     link(sensor, {&bay});
-    host.drives.plug(1);
-    poll(bay);
-    EXPECT_EQ(reading(sensor), 41.0f);
+    const auto reading_with = [&](bool drive) {
+        drive ? static_cast<void>(host.drives.plug(1)) : host.drives.pull(1);
+        poll(bay);
+        return reading(sensor);
+    };
+    EXPECT_EQ(reading_with(true), 41.0f);
     EXPECT_EQ(lines_with("disk_drive_temp::poll - val(41), val_temperature(41.000000), succ(1)\n"), 1);
     line.set_value(50);
     line.fail_reads(1);
     EXPECT_EQ(reading(sensor), 41.0f);
-    host.drives.pull(1);
-    poll(bay);
-    EXPECT_EQ(reading(sensor), 41.0f);
-    host.drives.plug(1);
-    poll(bay);
-    EXPECT_EQ(reading(sensor), 50.0f);
+    EXPECT_EQ(reading_with(false), 41.0f);
+    EXPECT_EQ(reading_with(true), 50.0f);
 }
 
 class drive_info_test : public device_test {
@@ -226,19 +192,9 @@ TEST_F(drive_info_test, a_drive_without_record_shows_its_port_once_its_type_is_k
 TEST_F(drive_info_test, an_nvme_record_overrides_what_the_bay_says) {
     auto& drive = host.drives.plug(1, 6, address, nvme_drive(0x22, 70, 45));
     expect("form factor 4", {{"type", 8}, {"formfactor", 4}, {"high_temperature", 45}, {"drive_temp", 38}});
-    EXPECT_EQ(info.debug(), debug_text("disk_drive_info", 1,
-                                       {{"type", 8},
-                                        {"formfactor", 4},
-                                        {"manu", 0},
-                                        {"high_temperature", 45},
-                                        {"nvme_temp", 45},
-                                        {"drive_temp", 38},
-                                        {"threshold", 70},
-                                        {"margin", 25},
-                                        {"vid", 4660},
-                                        {"did", 43018},
-                                        {"svid", 22136},
-                                        {"sdid", 65535}}));
+    EXPECT_EQ(named_values(info),
+              "type=8 formfactor=4 manu=0 high_temperature=45 nvme_temp=45 drive_temp=38 threshold=70 margin=25 "
+              "vid=4660 did=43018 svid=22136 sdid=65535");
     drive.info.flags = 0x0A;
     expect("form factor 2", {{"type", 3}, {"formfactor", 2}});
     drive.info.flags = 0x21;
@@ -256,8 +212,7 @@ TEST_F(drive_info_test, an_nvme_record_overrides_what_the_bay_says) {
 
 TEST_F(drive_info_test, a_spike_of_the_record_does_not_reach_the_merged_values) {
     auto& drive = host.drives.plug(1, 6, address, nvme_drive(0x02, 70, 45));
-    dao.update_dev("1SMC.common_thermal_device_nvme_temperature.temperature", 1, 2.0f, false);
-    dao.update_dev("1SC.common_thermal_device_nvme_temperature.temperature", 1, 60.0f, false);
+    filter("nvme_temperature.temperature", 60);
     expect("usual", {{"nvme_temp", 45}});
     drive.info.temperature = 65;
     expect("spike", {{"nvme_temp", 45}, {"high_temperature", 45}, {"margin", 5}});

@@ -1,7 +1,6 @@
 #include "device/storage/m2.hpp"
 
 #include "tests/device/device_fixture.hpp"
-#include "tests/device/storage/debug_text.hpp"
 
 namespace {
 
@@ -22,23 +21,8 @@ protected:
         link(drive, {&drive_presence});
     }
 
-    float air_reading() {
-        poll(air_presence);
-        return reading(air);
-    }
-
-    std::array<float, 3> drive_values() {
-        poll(drive_presence);
-        poll(drive);
-        return {stored("m2_drive_temperature.temperature"), stored("m2_drive_temperature.threshold"),
-                stored("m2_drive_temperature.margin")};
-    }
-
-    std::array<float, 2> composed() {
-        poll(composite);
-        EXPECT_EQ(stored("m2_composite.type"), 1.0f);
-        return {stored("m2_composite.high_amb_temperature"), stored("m2_composite.high_drive_temperature")};
-    }
+    std::string air_values() { return told(air_presence, air); }
+    std::string drive_values() { return told(drive_presence, drive); }
 
     std::uint8_t degrees = 30;
     thermal_host::number_line& present = host.ports.add_number(1u, 1);
@@ -59,24 +43,20 @@ TEST_F(m2_test, presence_logs_what_came_of_its_port) {
     EXPECT_TRUE(drive_presence.is_presence() && !unbound.is_presence());
     EXPECT_EQ(lines_with("common_thermal_device_m2_ambient_presence::poll - isbound(0), read(0), val(0)\n"), 1);
     EXPECT_EQ(lines_with("common_thermal_device_m2_driver_presence::poll - isbound(1), read(1), val(1)\n"), 1);
-    EXPECT_EQ(drive_presence.debug(), debug_text("m2_drive_presence", 1, {{"presence", 1}}));
 }
 
 TEST_F(m2_test, air_reads_its_chip_while_it_is_present) {
-    EXPECT_EQ(air_reading(), 30.0f);
+    EXPECT_EQ(air_values(), "30 4");
     chip.fail_reads(1);
-    EXPECT_EQ(air_reading(), 255.0f) << "nothing old stays";
-    EXPECT_EQ(air_reading(), 30.0f);
+    EXPECT_EQ(air_values(), "255 4") << "nothing old stays";
+    EXPECT_EQ(air_values(), "30 4");
     present.set_value(0);
-    EXPECT_EQ(air_reading(), 255.0f);
+    EXPECT_EQ(air_values(), "255 4");
     present.set_value(1);
-    for (const unsigned no_chip : {5u, 9u}) {
-        air.set_port_type(no_chip);
-        EXPECT_EQ(air_reading(), 255.0f);
-    }
-    EXPECT_EQ(air.debug(), debug_text("m2_ambient", 1, {{"temperature", 255}, {"port_type", 0}}));
-    EXPECT_EQ(lines_with("Thermal Dev - Unknown Port Type : 5\n"), 1);
-    EXPECT_EQ(lines_with("Thermal Dev - Unknown Port Type : 0\n"), 1);
+    air.set_port_type(5);
+    EXPECT_EQ(air_values(), "255 5");
+    air.set_port_type(9);
+    EXPECT_EQ(air_values(), "255 0");
 }
 
 TEST_F(m2_test, the_last_of_several_present_sensors_stands) {
@@ -90,82 +70,44 @@ TEST_F(m2_test, the_last_of_several_present_sensors_stands) {
         status = ++transactions == 2 ? 1 : 0;
         return 2u;
     });
-    EXPECT_EQ(air_reading(), 255.0f) << "the second read failed";
-    EXPECT_EQ(air_reading(), 30.0f);
+    EXPECT_EQ(air_values(), "255 4") << "the second read failed";
+    EXPECT_EQ(air_values(), "30 4");
     EXPECT_EQ(transactions, 4u);
-    float direct = 0.0f;
-    EXPECT_TRUE(air.read_temperature(direct));
-    EXPECT_EQ(direct, 30.0f);
-}
-
-TEST_F(m2_test, spike_filter_holds_back_readings_but_no_presence) {
-    for (const std::string key : {"m2_drive_presence.presence", "m2_drive_temperature.temperature"}) {
-        dao.update_dev("1SMC.common_thermal_device_" + key, 1, 2.0f, false);
-        dao.update_dev("1SC.common_thermal_device_" + key, 1, 0.5f, false);
-    }
-    link(composite, {&drive});
-    EXPECT_EQ(drive_values(), (std::array<float, 3>{0, 75, 35}));
-    EXPECT_EQ(composed(), (std::array<float, 2>{0, 0})) << "what the filter held back";
-    EXPECT_EQ(drive_values(), (std::array<float, 3>{40, 75, 35}));
-    EXPECT_EQ(composed(), (std::array<float, 2>{0, 40}));
 }
 
 TEST_F(m2_test, drive_margin_needs_temperature_and_threshold) {
-    const struct {
-        std::uint32_t degrees, limit;
-        std::array<float, 3> values;
-    } rows[] = {{40, 75, {40, 75, 35}},  {40, 0, {40, 70, 30}},   {40, 255, {40, 255, 255}}, {75, 75, {75, 75, 0}},
-                {200, 75, {200, 75, 0}}, {0, 75, {255, 75, 255}}, {0, 0, {255, 70, 255}}};
-    for (const auto& r : rows) {
-        sensor.set_value(r.degrees);
-        limit.set_value(r.limit);
-        EXPECT_EQ(drive_values(), r.values) << r.degrees << " " << r.limit;
+    const std::tuple<std::uint32_t, std::uint32_t, const char*> rows[] = {
+        {40, 75, "40 75 35"},  {40, 0, "40 70 30"},   {40, 255, "40 255 255"}, {75, 75, "75 75 0"},
+        {200, 75, "200 75 0"}, {0, 75, "255 75 255"}, {0, 0, "255 70 255"}};
+    for (const auto& [degrees_now, limit_now, expected] : rows) {
+        sensor.set_value(degrees_now);
+        limit.set_value(limit_now);
+        EXPECT_EQ(drive_values(), expected) << degrees_now << " " << limit_now;
     }
     sensor.set_value(40);
-    const std::array<float, 3> nothing{255, 255, 255};
     limit.fail_reads(1);
-    EXPECT_EQ(drive_values(), (std::array<float, 3>{40, 255, 255}));
+    EXPECT_EQ(drive_values(), "40 255 255");
     sensor.fail_reads(1);
-    EXPECT_EQ(drive_values(), nothing) << "the threshold is not even asked for";
+    EXPECT_EQ(drive_values(), "255 255 255") << "the threshold is not even asked for";
     present.set_value(0);
-    EXPECT_EQ(drive_values(), nothing);
+    EXPECT_EQ(drive_values(), "255 255 255");
     drive.set_port_input(1u);
     EXPECT_EQ(lines_with("m2_drive_temperature::set_port_input port input assignment exceeded.\n"), 1);
-    EXPECT_EQ(drive.debug(),
-              debug_text("m2_drive_temperature", 1, {{"temperature", 255}, {"threshold", 255}, {"margin", 255}}));
-}
-
-TEST_F(m2_test, an_empty_key_takes_the_place_of_the_temperature) {
-    common_thermal_device_m2_drive_temperature other(2);
-    other.set_port_input("");
-    other.set_port_input(3u);
-    link(other, {&drive_presence});
-    poll(drive_presence);
-    EXPECT_EQ(reading(other), 255.0f);
-    EXPECT_EQ(sensor.reads(), 0u);
 }
 
 TEST_F(m2_test, composite_takes_the_hottest_valid_reading) {
-    using highs = std::array<float, 2>;
-    EXPECT_EQ(composed(), (highs{0, 0}));
-    drive_values();
+    EXPECT_EQ(told(composite), "1 0 0");
     link(composite, {&drive});
-    EXPECT_EQ(composed(), (highs{0, 40}));
+    EXPECT_EQ(told(drive_presence, drive, composite), "1 0 40");
     common_thermal_device_m2_ambient failed(2);
     poll(failed);
     link(composite, {&air, &failed});
     degrees = 50;
-    air_reading();
-    EXPECT_EQ(composed(), (highs{50, 50})) << "never below the air beside the drives";
+    EXPECT_EQ(told(air_presence, air, composite), "1 50 50") << "never below the air beside the drives";
     sensor.set_value(60);
-    drive_values();
-    EXPECT_EQ(composed(), (highs{50, 60}));
+    EXPECT_EQ(told(drive, composite), "1 50 60");
     sensor.set_value(0);
-    drive_values();
-    EXPECT_EQ(composed(), (highs{50, 50}));
-    EXPECT_EQ(
-        composite.debug(),
-        debug_text("m2_composite", 1, {{"type", 1}, {"high_amb_temperature", 50}, {"high_drive_temperature", 50}}));
+    EXPECT_EQ(told(drive, composite), "1 50 50");
 }
 
 }  // namespace
