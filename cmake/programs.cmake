@@ -8,8 +8,11 @@ if(sources AND TARGET thermal)
     # The rules and the load profile of the simulated server travel inside the program.
     set(rules ${PROJECT_SOURCE_DIR}/examples/rules/simulated_server.ini)
     set(profile ${PROJECT_SOURCE_DIR}/examples/profiles/half_an_hour.csv)
-    file(READ ${rules} THERMAL_RULES)
-    file(READ ${profile} THERMAL_PROFILE)
+    file(READ ${rules} THERMAL_RULES HEX)
+    file(READ ${profile} THERMAL_PROFILE HEX)
+    foreach(file THERMAL_RULES THERMAL_PROFILE)
+        string(REGEX REPLACE "(..)" "'\\\\x\\1'," ${file} "${${file}}")
+    endforeach()
     set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${rules} ${profile})
     configure_file(${PROJECT_SOURCE_DIR}/cmake/bundled_files.cpp.in ${PROJECT_BINARY_DIR}/bundled_files.cpp @ONLY)
 

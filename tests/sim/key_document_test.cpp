@@ -12,7 +12,7 @@ namespace {
 
 using names = std::set<std::string>;
 
-// First column of the tables headed "key" and "prefix". A placeholder in a key, such as <NAME>, stands for any text.
+// First column of the tables headed "key" and "prefix". A gap in a key, such as <NAME>, stands for any text.
 struct key_document {
     names published, elsewhere, prefixes, mistakes;
 
