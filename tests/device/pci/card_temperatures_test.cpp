@@ -196,7 +196,8 @@ TEST_F(card_temperature_test, random_bytes_leave_temperatures_of_one_byte_and_no
         status = random() % 4 == 0 ? 5 : status;
         const auto given = static_cast<std::uint32_t>(random() % (max + 1));
         std::generate_n(in, given, [&] {
-            return static_cast<std::uint8_t>(random() % 3 == 0 ? "\x04\x06\x0A\x02"[random() % 4] : random());
+            constexpr std::uint8_t likely[] = {0x04, 0x06, 0x0A, 0x02};
+            return random() % 3 == 0 ? likely[random() % 4] : static_cast<std::uint8_t>(random());
         });
         return given;
     });
