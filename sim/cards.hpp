@@ -54,7 +54,7 @@ private:
         std::uint32_t data;
     };
 
-    std::uint32_t answer(const std::uint8_t* out, std::uint32_t size, std::uint8_t* in, std::uint32_t max, int& status);
+    std::uint32_t answer(const std::uint8_t* out, std::uint32_t size, std::uint8_t* in, std::uint32_t max, int& result);
     void take_command(std::uint8_t opcode, std::uint8_t argument_1, std::uint8_t argument_2);
     outcome carry_out(std::uint8_t opcode, std::uint8_t argument_1, std::uint8_t argument_2);
     outcome carry_out_later(std::uint8_t command, std::uint8_t sequence);

@@ -20,7 +20,7 @@ public:
     // What a part's sensor shows; processors tell their power too.
     void show(std::size_t part, double celsius, double watts);
     // A processor that slows itself down says so, and pulls its pin.
-    void show_throttle(unsigned socket, bool throttles);
+    void show_throttle(unsigned number, bool throttles);
     // Air volume for the estimate of the exhaust air, and its speed past the air speed sensor.
     void show_air(double cubic_metres_s);
     // A lost sensor: a port or bus that fails, a record that is marked invalid or shows 255. Memory modules of a

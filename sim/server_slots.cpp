@@ -147,7 +147,7 @@ void server_slots::show_manager(const slot_state& slot, double celsius) {
     }
 }
 
-void server_slots::show_baseboard(const slot_state& slot, double celsius, double watts) {
+void server_slots::show_baseboard(const slot_state& slot, double celsius, double watts) const {
     const double values[] = {celsius, card_limit_c - celsius, celsius - 2.0, celsius - 10.0, watts};
     const bool is_served = slot.fault == card_fault::none && _has_host_power;
     for (std::size_t i = 0; i < slot.sensors.size(); ++i) {
@@ -185,7 +185,7 @@ void server_slots::set_host_power(bool is_on) {
 }
 
 // Brings a card's bus to where fault, power and presence leave it.
-void server_slots::silence(slot_state& slot) {
+void server_slots::silence(slot_state& slot) const {
     const bool is_on = slot.is_there && _has_host_power;
     if (slot.mailbox != nullptr) {
         slot.mailbox->set_power(is_on);

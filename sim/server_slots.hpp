@@ -48,16 +48,16 @@ public:
     server_slots& operator=(const server_slots&) = delete;
 
     std::span<const slot_plan> plan() const { return _plan; }
-    void show(unsigned slot, double celsius, double watts);
+    void show(unsigned number, double celsius, double watts);
     // W that the card allows itself; nothing without a limit.
-    std::optional<double> limit(unsigned slot) const;
+    std::optional<double> limit(unsigned number) const;
     bool is_braked(unsigned slot) const;
     bool has_card(unsigned slot) const { return at(slot).is_there; }
 
     // A card that is pulled while the machine runs falls silent; the inventory hears of it at the next boot.
-    void set_card(unsigned slot, bool is_there);
+    void set_card(unsigned number, bool is_there);
     // A card that cannot misbehave in such a way stays silent instead.
-    void set_fault(unsigned slot, card_fault fault);
+    void set_fault(unsigned number, card_fault fault);
     void set_host_power(bool is_on);
     // Of an accelerator with a mailbox; null for any other.
     mailbox_core* mailbox(unsigned slot) { return at(slot).mailbox.get(); }
@@ -79,8 +79,8 @@ private:
     void add_card(slot_state& slot);
     void enter_into_inventory(const slot_plan& card);
     void show_manager(const slot_state& slot, double celsius);
-    void show_baseboard(const slot_state& slot, double celsius, double watts);
-    void silence(slot_state& slot);
+    void show_baseboard(const slot_state& slot, double celsius, double watts) const;
+    void silence(slot_state& slot) const;
 
     thermal_host::platform& _host;
     std::span<const slot_plan> _plan;

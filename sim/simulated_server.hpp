@@ -81,7 +81,7 @@ private:
     power_limits limits() const;
     void note_cycle();
     void note_claims();
-    std::string rule_name(unsigned rule) const;
+    std::string rule_name(unsigned number) const;
 
     load_profile _profile;
     event_sink _tell;

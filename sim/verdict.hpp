@@ -34,7 +34,7 @@ public:
     };
     part_report part(std::size_t group) const;
     // By the group's name; throws std::out_of_range for a name that stands for none.
-    part_report part(std::string_view group) const;
+    part_report part(std::string_view name) const;
 
     struct fan_report {
         double mean_percent = 0.0;
