@@ -85,8 +85,8 @@ TEST_F(slots_test, no_limit_is_taken_in_the_first_cycle_and_the_lowest_one_from_
     // What goes out at the end of a cycle limits the card in the next one.
     const struct {
         wish zero, a, b;
-        const char* applied;
-        float watts;
+        const char* applied = "";
+        float watts = 0.0f;
         const char* why = "";
     } cycles[] = {
         {{}, 60, 40, ".0=0", 300, "the slot is not free yet, and 0 is no limit"},
@@ -117,12 +117,12 @@ TEST_F(slots_test, no_limit_is_taken_in_the_first_cycle_and_the_lowest_one_from_
 TEST_F(slots_test, the_brake_follows_the_rules_in_mode_1_and_lets_go_once_when_the_mode_falls) {
     start_with({&brake, &other_brake});
     const struct {
-        float mode;
+        float mode = 0.0f;
         wish a, b;
-        const char* winner;
-        std::uint32_t level, other_level;
-        unsigned writes;
-        const char* notices;
+        const char* winner = "";
+        std::uint32_t level = 0, other_level = 0;
+        unsigned writes = 0;
+        const char* notices = "";
         const char* why = "";
     } cycles[] = {
         {0, 1, 1, ".0=0", 1, 1, 0, "", "the pins stay as the board left them"},

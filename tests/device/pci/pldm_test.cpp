@@ -107,9 +107,9 @@ TEST_F(pldm_test, an_adapter_whose_time_stamp_stops_is_believed_for_three_more_p
     show_card();
     const struct {
         device_temperature_margin latest;
-        bool answers;
-        float margin, temperature, timestamp;
-        float slot_margin, slot_temperature;
+        bool answers = false;
+        float margin = 0.0f, temperature = 0.0f, timestamp = 0.0f;
+        float slot_margin = 0.0f, slot_temperature = 0.0f;
         const char* line = "";  // what the log says of the miss
     } passes[] = {
         {{10, 50, 0}, true, 255, 0, 0, 255, 0, "heartbroken countdown:2\n"},

@@ -17,8 +17,8 @@ using pci_info = utils::pci_info_t;
 TEST(power_limit_of_a_card, is_the_lowest_that_counts) {
     const struct {
         card_power_limits limits;  // max, vpd, user, thermal, platform
-        float watts;
-        const char* why;
+        float watts = 0.0f;
+        const char* why = "";
     } rows[] = {
         {{300, 0, 0, 300, 0}, 300, "nobody limits it"},
         {{300, 250, 0, 300, 0}, 250, ""},
