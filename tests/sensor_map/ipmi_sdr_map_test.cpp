@@ -258,17 +258,16 @@ TEST_F(ipmi_sdr_map_test, traced_sensor_tells_its_way_from_the_store_to_the_port
     give("3LTHD.", 1);
     take_lines(~0u);
     poll_at(21);
-    EXPECT_EQ(
-        take_lines(0x20000002),
-        (text_lines{trace + "map_key[" + traced + "]\n", trace + "DAO[x.3]=[21.00]\n",
-                    trace + "3MIN IO missing for DAO[x.3]\n", trace + "3MAX IO missing for DAO[x.3]\n",
-                    trace + "in-val=[21.000000] out-val=float[9.500000] uint[9] port_output[PECI]\n",
-                    "common_thermal_device_ipmi_sdr_map::poll - 1:[x, 3] [0.000000, 255.000000, 21.000000] "
-                    "[1.000000,0.500000,1.000000] [0-1.000000] "
-                    "[255.000000:255.000000,90.000000:90.000000,255.000000:255.000000]\n",
-                    trace + "1:[x.3] min/max/val[0.000000, 255.000000, 21.000000] m/k2/b[1.000000,0.500000,1.000000] "
-                            "type/low[0-1.000000] thresh[255.000000:255.000000,90.000000:90.000000,"
-                            "255.000000:255.000000]\n"}));
+    const std::string thresholds = "[255.000000:255.000000,90.000000:90.000000,255.000000:255.000000]\n";
+    const std::string factors = "[1.000000,0.500000,1.000000]", range = "[0.000000, 255.000000, 21.000000]";
+    EXPECT_EQ(take_lines(0x20000002),
+              (text_lines{trace + "map_key[" + traced + "]\n", trace + "DAO[x.3]=[21.00]\n",
+                          trace + "3MIN IO missing for DAO[x.3]\n", trace + "3MAX IO missing for DAO[x.3]\n",
+                          trace + "in-val=[21.000000] out-val=float[9.500000] uint[9] port_output[PECI]\n",
+                          "common_thermal_device_ipmi_sdr_map::poll - 1:[x, 3] " + range + " " + factors +
+                              " [0-1.000000] " + thresholds,
+                          trace + "1:[x.3] min/max/val" + range + " m/k2/b" + factors + " type/low[0-1.000000] thresh" +
+                              thresholds}));
     EXPECT_THAT(device.debug(), HasSubstr("\nsensor_num=0\nlun=7\nsdr_m=0.000000\nsdr_b=1.000000\nsdr_k2=0.500000\n"));
     give("3MIN.", 50);
     give("3MAX.", 10);

@@ -80,7 +80,7 @@ protected:
         link(amd_request, {&list, &amd_agent, &slot});
         link(gaudi3_request, {&list, &gaudi3_agent, &slot});
     }
-    ~rf_test() override { std::remove(slot_file.c_str()); }
+    void TearDown() override { std::remove(slot_file.c_str()); }
 
     void plug(const rf_family& family) {
         utils::pci_info_t function;
