@@ -150,6 +150,15 @@ public:
         cpu_feh = 5,
     };
 
+    // Families of diagnostic texts.
+    enum log_type_t : std::uint32_t {
+        log_devices = 0,
+        log_algorithms = 1,
+        log_schedule = 3,
+        log_store = 4,
+        log_ipmi_sensors = 5,
+    };
+
     // Both where a request to an adapter stands between two polls, and what an operation on its bus came to.
     enum nv_cmd_status_t : std::uint32_t {
         cmd_idle = 0,         // nothing in flight: send; as a result: not done in this state

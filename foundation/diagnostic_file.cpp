@@ -13,11 +13,13 @@
 
 namespace {
 
-// -1 unless the directory is ours.
+// -1 unless the directory is ours, and only we can put anything there.
 int open_directory() {
+    constexpr mode_t others_may_write = S_IWGRP | S_IWOTH;
     const int directory = ::open(diagnostics_directory, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     struct stat status {};
-    if (directory >= 0 && (::fstat(directory, &status) != 0 || status.st_uid != ::geteuid())) {
+    if (directory >= 0 && (::fstat(directory, &status) != 0 || status.st_uid != ::geteuid() ||
+                           (status.st_mode & others_may_write) != 0)) {
         ::close(directory);
         return -1;
     }
@@ -90,6 +92,11 @@ void diagnostic_file::metadata(unsigned long timestamp, unsigned long records) {
     line("metadata=[timestamp:%ld, rcords:%ld]\n", static_cast<long>(timestamp), static_cast<long>(records));
 }
 
+bool diagnostic_file::finish() {
+    flush();
+    return is_open() && _is_whole;
+}
+
 void diagnostic_file::flush() {
     std::size_t written = 0;
     while (is_open() && written < _used) {
@@ -98,6 +105,7 @@ void diagnostic_file::flush() {
             continue;
         }
         if (size <= 0) {
+            _is_whole = false;
             break;
         }
         written += static_cast<std::size_t>(size);

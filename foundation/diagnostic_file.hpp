@@ -10,7 +10,7 @@
 constexpr const char* diagnostics_directory = "/tmp/thermal";
 
 // One text file in that directory, made or emptied, and written without the heap. A link in its place is not followed,
-// and nothing is written where the directory belongs to another user. A file that cannot be opened swallows its text.
+// and nothing is written where the directory belongs to another user, or others may put links there. A file that cannot be opened swallows its text.
 class THERMAL_API diagnostic_file {
 public:
     // The file's name, printf-like. A name that no file can have opens nothing.
@@ -26,11 +26,14 @@ public:
     [[gnu::format(printf, 2, 3)]] void line(const char* format, ...);
     // The last line of every file.
     void metadata(unsigned long timestamp, unsigned long records);
+    // Whether all of it reached the file.
+    bool finish();
 
 private:
     void flush();
 
     int _file = -1;
+    bool _is_whole = true;
     std::size_t _used = 0;
     std::array<char, 4096> _buffer;
 };

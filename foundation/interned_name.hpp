@@ -12,6 +12,7 @@ public:
     interned_name() : interned_name(std::string_view()) {}
     interned_name(std::string_view text);
     interned_name(const char* text) : interned_name(std::string_view(text)) {}
+    interned_name(const std::string& text) : interned_name(std::string_view(text)) {}
 
     const std::string& text() const { return *_text; }
     const char* c_str() const { return _text->c_str(); }

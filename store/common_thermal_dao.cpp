@@ -20,13 +20,9 @@ std::uint32_t next_identity() {
 }  // namespace
 
 common_thermal_dao::common_thermal_dao() : _identity(next_identity()) {
-    const auto kinds = static_cast<std::uint32_t>(_cap_alg_index.size());
-    const std::uint32_t share = history_records / kinds;
+    const auto kinds = static_cast<std::uint32_t>(_cap_alg.size());
     for (std::uint32_t kind = 0; kind < kinds; ++kind) {
-        index_row& row = _cap_alg_index[kind];
-        row.id = kind;
-        row.first = row.next = share * kind;
-        row.last = row.first + share - 1;
+        _cap_alg[kind].reserve(kind, history_records / kinds);
     }
 }
 
@@ -82,7 +78,8 @@ void common_thermal_dao::update_carefully(dev_data_t& data, dev_data_spike_t spi
     if (!is_known(data._place)) {
         data._unfiltered_at = 0;  // what is remembered is of another store
     }
-    const bool keep_new = spike == spike_none || !is_filtered(data) || is_believed(data, spike);
+    const bool keep_new = spike == spike_none || !is_filtered(data) ||
+                          is_believed({data.name, data.instance, *data._spike}, data.value, spike);
     float& stored = make(data._place, data.name, data.instance);
     if (log && stored != data.value && LOG::is_enabled(log_mask::change)) {
         const std::string key(dao_key(data.name, data.instance).view());
@@ -137,13 +134,8 @@ void common_thermal_dao::reserve_fan_alg(unsigned fans) {
         fans = most_fans;
     }
     _fan_count = fans;
-    const std::uint32_t share = fans == 0 ? 0 : history_records / fans;
     for (std::uint32_t fan = 1; fan <= fans; ++fan) {
-        const unsigned index = convert_fan_inst_to_index(fan);
-        index_row& row = _fan_alg_index[index];
-        row.id = fan;
-        row.first = row.next = share * index;
-        row.last = row.first + share - 1;
+        _fan_alg[convert_fan_inst_to_index(fan)].reserve(fan, history_records / fans);
     }
 }
 

@@ -13,12 +13,15 @@
 #include "foundation/common_thermal_utils.hpp"
 #include "foundation/export.hpp"
 #include "store/dao_key.hpp"
+#include "store/result_history.hpp"
 #include "store/store_place.hpp"
 
 // The blackboard: one float for each key, name + "." + instance. Devices write readings, algorithms read them and write
 // results, settings travel under prefixed names. Keys are made by the first write and stay for the life of the store;
 // nothing else tells whether a value was ever written. Used on the thermal thread only; only a miss is ever reported.
 class THERMAL_API common_thermal_dao {
+    struct spike_places;
+
 public:
     // A value that its owner publishes again and again. Name and instance are fixed: the record remembers its place.
     struct dev_data_t {
@@ -33,6 +36,7 @@ public:
         friend class common_thermal_dao;
         store_place _place;
         store_place _spike_count;          // of the setting that turns the filter on
+        spike_places* _spike = nullptr;    // the store's; of the same store as the setting
         std::uint32_t _unfiltered_at = 0;  // keys the store had when there was no such setting
     };
 
@@ -86,9 +90,46 @@ public:
     // The same without a copy; null for an unknown sensor. Stays valid and follows every update.
     const common_thermal_utils::dao_t* find_ipmi_sdr_key_dao(const std::string& map_key) const;
 
-    // Shares the history of fan results out among `fans` fans, 63 at most. The first positive count stands.
+    // Shares the history of fan results, 4096 records, out among `fans` fans, 63 at most. The first positive count
+    // stands.
     void reserve_fan_alg(unsigned fans);
     unsigned convert_fan_inst_to_index(unsigned instance) const;
+
+    // Who got what out in this cycle: a rule's class and number, and a duty, a cap or a slot's limit. Only what differs
+    // from the last entry is kept, in memory; a history that is full goes to its file at once. `now` is in seconds.
+    void update_debug_fan_alg(unsigned long now, unsigned fan, const interned_name& name, unsigned instance,
+                              float value);
+    void update_debug_cap_alg(unsigned long now, unsigned kind, const interned_name& name, unsigned instance,
+                              unsigned value);
+    void update_debug_pwrlmt_alg(unsigned long now, unsigned long key, const interned_name& name, unsigned instance,
+                                 std::uint16_t value);
+    // To their files now, after which a history begins with what is in force. One whose file cannot be opened stays.
+    void write_debug_fan_alg(unsigned long now);
+    void write_debug_fan_inst_alg_by_fan_index(unsigned long now, unsigned index);
+    void write_debug_cap_alg(unsigned long now);
+    void write_debug_cap_index_alg_by_cap_index(unsigned long now, unsigned kind);
+    void write_debug_pwrlmt_alg(unsigned long now, unsigned long key);
+    void write_debug_pwrlmt_index_alg_by_pwrlmt_index(unsigned long now, unsigned long key);
+
+    using log_type_t = common_thermal_utils::log_type_t;
+
+    // State texts for a snapshot, by name and instance, and the schedule by slot and position.
+    void update_debug_tdev(const std::string& name, int instance, std::string text);
+    void update_debug_talg(const std::string& name, int instance, std::string text);
+    void update_debug_scheduler(unsigned slot, unsigned position, unsigned index, const std::string& name,
+                                int instance);
+    void clear_debug_texts(log_type_t type) { _debug_text[type].clear(); }
+    // A family's texts to its next file, `prefix` and a number from 0 to 4, in the directory for diagnostics.
+    void write_debug_list(unsigned long now, const std::string& prefix, log_type_t type);
+    void write_debug_tdev_list(unsigned long now);
+    void write_debug_talg_list(unsigned long now);
+    void write_debug_scheduler_list(unsigned long now);
+    // All values, and which of them feed the IPMI sensors.
+    void write_dao_list(unsigned long now);
+    void write_debug_dao_list(unsigned long now);
+    void write_debug_ipmi_sdr_map_list(unsigned long now);
+    // There is no such list.
+    void write_debug_mapping_list(unsigned long) const {}
 
     // Whether a filter is set up for a value; a setting of 0.0 counts as none.
     bool valid_key_with_spike_max_count(std::string_view name, int instance) const;
@@ -111,16 +152,6 @@ private:
     };
     using value_map = std::unordered_map<std::string, float, key_hash, std::equal_to<>>;
 
-    // The part of a result history that belongs to one fan or capping kind.
-    struct index_row {
-        std::uint32_t id = 0;
-        std::uint32_t first = 0;
-        std::uint32_t last = 0;
-        std::uint32_t next = 0;
-        std::uint32_t write_limit = 5;
-        std::uint32_t written = 0;
-    };
-
     bool is_known(const store_place& place) const { return place.store == _identity && place.value != nullptr; }
     bool is_current(const store_place& place) const {
         return place.store == _identity && (place.value != nullptr || place.keys_at_miss == key_count());
@@ -132,19 +163,47 @@ private:
     float& make(std::string_view key);
     bool is_filtered(dev_data_t& data);
     float* find_text(std::string_view key) const;
-    float setting(std::string_view prefix, std::string_view name, int instance) const;
+    int take_file_number(log_type_t type);
     void update_carefully(dev_data_t& data, dev_data_spike_t spike, bool log);
-    bool is_believed(const dev_data_t& data, dev_data_spike_t spike);
-    bool count_suspicion(std::string_view counter_prefix, std::string_view name, int instance, bool suspicious,
+
+    // Where the settings and counters of one value's spike filter stand.
+    struct spike_places {
+        store_place value;
+        store_place maximum;
+        store_place critical;
+        store_place high;
+        store_place low;
+        store_place count;
+        store_place delta_maximum;
+        store_place delta;
+        store_place delta_count;
+    };
+    // One value under its filter.
+    struct filtered_value {
+        std::string_view name;
+        int instance;
+        spike_places& places;
+    };
+    float setting(const filtered_value& of, std::string_view prefix, store_place& place) const;
+    float& made(const filtered_value& of, std::string_view prefix, store_place& place);
+    bool has_high_or_low(const filtered_value& of) const;
+    bool is_believed(const filtered_value& of, float value, dev_data_spike_t spike);
+    bool count_suspicion(const filtered_value& of, std::string_view prefix, store_place& place, bool suspicious,
                          float maximum, float& count);
-    bool check_one_sided(const char* function, std::string_view name, int instance, float value, bool going_high);
+    bool check_one_sided(const char* function, const filtered_value& of, float value, bool going_high);
+    bool check_high_low(const filtered_value& of, float value);
+    bool check_delta(const filtered_value& of, float value);
 
     mutable value_map _dev_data;
+    std::unordered_map<std::string, spike_places, key_hash, std::equal_to<>> _spike_places;
     std::uint32_t _identity;
     std::map<std::string, common_thermal_utils::dao_t> _ipmi_sdr_key_dao;
     std::uint32_t _fan_count = 0;
-    std::array<index_row, 64> _fan_alg_index{};
-    std::array<index_row, 7> _cap_alg_index{};
+    std::array<result_history, 63> _fan_alg;
+    std::array<result_history, 7> _cap_alg;
+    limit_history _pwrlmt_alg;
+    std::map<log_type_t, std::map<std::string, std::string>> _debug_text;
+    std::map<log_type_t, int> _debug_file_index;
 };
 
 // A store value that an algorithm reads or writes again and again: name and instance, with the place remembered.

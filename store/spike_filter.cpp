@@ -18,6 +18,9 @@ constexpr std::string_view delta_maximum_count = "1SDM.";
 constexpr std::string_view delta_limit = "1SDT.";
 constexpr std::string_view delta_counter = "1SDC.";
 
+constexpr const char* going_high_function = "check_new_data_with_spike_going_high";
+constexpr const char* going_low_function = "check_new_data_with_spike_going_low";
+
 // A critical value of 0.0 disables its side.
 bool reaches_high(float critical, float value) { return critical != 0.0f && critical <= value; }
 bool reaches_low(float critical, float value) { return critical != 0.0f && critical >= value; }
@@ -35,103 +38,130 @@ void log_verdict(const char* function, float maximum, float count, float first, 
 
 }  // namespace
 
-float common_thermal_dao::setting(std::string_view prefix, std::string_view name, int instance) const {
-    const float* value = find_text(dao_key(prefix, name, instance).view());
+float common_thermal_dao::setting(const filtered_value& of, std::string_view prefix, store_place& place) const {
+    const float* value = is_current(place) ? place.value : look_up(place, dao_key(prefix, of.name, of.instance).view());
     return value != nullptr ? *value : 0.0f;
+}
+
+float& common_thermal_dao::made(const filtered_value& of, std::string_view prefix, store_place& place) {
+    if (!is_known(place)) {
+        place = {&make(dao_key(prefix, of.name, of.instance).view()), _identity, 0};
+    }
+    return *place.value;
 }
 
 // A filter can only come with a new key, so its absence is remembered by the number of keys.
 bool common_thermal_dao::is_filtered(dev_data_t& data) {
     const store_place& place = data._spike_count;
-    const float* count = is_current(place)
-                             ? place.value
-                             : look_up(data._spike_count, dao_key(maximum_count, data.name, data.instance).view());
+    if (is_current(place)) {
+        return place.value != nullptr && *place.value != 0.0f;
+    }
+    const float* count = look_up(data._spike_count, dao_key(maximum_count, data.name, data.instance).view());
     if (count == nullptr) {
         make(data._place, data.name, data.instance);
         data._unfiltered_at = key_count();
+        return false;
     }
-    return count != nullptr && *count != 0.0f;
+    data._spike = &_spike_places[std::string(dao_key(data.name, data.instance).view())];
+    return *count != 0.0f;
 }
 
 bool common_thermal_dao::valid_key_with_spike_max_count(std::string_view name, int instance) const {
-    return setting(maximum_count, name, instance) != 0.0f;
+    spike_places places;
+    return setting({name, instance, places}, maximum_count, places.maximum) != 0.0f;
 }
 
 bool common_thermal_dao::valid_key_with_spike_high_low(std::string_view name, int instance) const {
-    return setting(critical_high, name, instance) != 0.0f || setting(critical_low, name, instance) != 0.0f;
+    spike_places places;
+    return has_high_or_low({name, instance, places});
 }
 
-bool common_thermal_dao::is_believed(const dev_data_t& data, dev_data_spike_t spike) {
+bool common_thermal_dao::has_high_or_low(const filtered_value& of) const {
+    return setting(of, critical_high, of.places.high) != 0.0f || setting(of, critical_low, of.places.low) != 0.0f;
+}
+
+bool common_thermal_dao::is_believed(const filtered_value& of, float value, dev_data_spike_t spike) {
     const bool one_sided = spike == spike_going_high || spike == spike_going_low;
-    if (!one_sided || valid_key_with_spike_high_low(data.name, data.instance)) {
-        return check_new_data_with_spike_going_high_low(data.name, data.instance, data.value) &&
-               check_new_data_with_spike_delta(data.name, data.instance, data.value);
+    if (!one_sided || has_high_or_low(of)) {
+        return check_high_low(of, value) && check_delta(of, value);
     }
-    return spike == spike_going_high ? check_new_data_with_spike_going_high(data.name, data.instance, data.value)
-                                     : check_new_data_with_spike_going_low(data.name, data.instance, data.value);
+    return spike == spike_going_high ? check_one_sided(going_high_function, of, value, true)
+                                     : check_one_sided(going_low_function, of, value, false);
 }
 
 // Moves the counter on and tells whether the value is believed: it is plausible, or has been suspicious long enough.
 // `count` comes as the counter stands and goes as it was stored.
-bool common_thermal_dao::count_suspicion(std::string_view counter_prefix, std::string_view name, int instance,
+bool common_thermal_dao::count_suspicion(const filtered_value& of, std::string_view prefix, store_place& place,
                                          bool suspicious, float maximum, float& count) {
     count = suspicious ? count + 1.0f : 0.0f;
-    make(dao_key(counter_prefix, name, instance).view()) = count;
+    made(of, prefix, place) = count;
     return !suspicious || maximum <= count;
 }
 
-bool common_thermal_dao::check_one_sided(const char* function, std::string_view name, int instance, float value,
-                                         bool going_high) {
-    const float maximum = setting(maximum_count, name, instance);
-    const float critical = setting(critical_value, name, instance);
-    float count = setting(range_counter, name, instance);
+bool common_thermal_dao::check_one_sided(const char* function, const filtered_value& of, float value, bool going_high) {
+    const float maximum = setting(of, maximum_count, of.places.maximum);
+    const float critical = setting(of, critical_value, of.places.critical);
+    float count = setting(of, range_counter, of.places.count);
     const bool reached = going_high ? reaches_high(critical, value) : reaches_low(critical, value);
-    const bool believed = count_suspicion(range_counter, name, instance, maximum != 0.0f && reached, maximum, count);
+    const bool believed =
+        count_suspicion(of, range_counter, of.places.count, maximum != 0.0f && reached, maximum, count);
     if (LOG::is_enabled(log_mask::spike)) {
-        log_filter(function, name, instance);
+        log_filter(function, of.name, of.instance);
         LOG::log(log_source, log_mask::spike, "common_thermal_dao::%s - [%3.2f][%3.2f]-[%3.2f][%3.2f]-[%02X]\n",
                  function, shown(maximum), shown(count), shown(critical), shown(value), believed ? 1u : 0u);
     }
     return believed;
 }
 
-bool common_thermal_dao::check_new_data_with_spike_going_high(std::string_view name, int instance, float value) {
-    return check_one_sided("check_new_data_with_spike_going_high", name, instance, value, true);
-}
-
-bool common_thermal_dao::check_new_data_with_spike_going_low(std::string_view name, int instance, float value) {
-    return check_one_sided("check_new_data_with_spike_going_low", name, instance, value, false);
-}
-
-bool common_thermal_dao::check_new_data_with_spike_going_high_low(std::string_view name, int instance, float value) {
+bool common_thermal_dao::check_high_low(const filtered_value& of, float value) {
     constexpr const char* function = "check_new_data_with_spike_going_high_low";
-    const float maximum = setting(maximum_count, name, instance);
-    const float high = setting(critical_high, name, instance);
-    const float low = setting(critical_low, name, instance);
-    float count = setting(range_counter, name, instance);
+    const float maximum = setting(of, maximum_count, of.places.maximum);
+    const float high = setting(of, critical_high, of.places.high);
+    const float low = setting(of, critical_low, of.places.low);
+    float count = setting(of, range_counter, of.places.count);
     const bool suspicious = maximum != 0.0f && (reaches_high(high, value) || reaches_low(low, value));
-    const bool believed = count_suspicion(range_counter, name, instance, suspicious, maximum, count);
+    const bool believed = count_suspicion(of, range_counter, of.places.count, suspicious, maximum, count);
     if (LOG::is_enabled(log_mask::spike)) {
-        log_filter(function, name, instance);
+        log_filter(function, of.name, of.instance);
         log_verdict(function, maximum, count, high, low, value, believed);
     }
     return believed;
 }
 
-bool common_thermal_dao::check_new_data_with_spike_delta(std::string_view name, int instance, float value) {
+bool common_thermal_dao::check_delta(const filtered_value& of, float value) {
     constexpr const char* function = "check_new_data_with_spike_delta";
-    const float stored = make(dao_key(name, instance).view());
-    const float maximum = setting(delta_maximum_count, name, instance);
+    const float stored = made(of, {}, of.places.value);
+    const float maximum = setting(of, delta_maximum_count, of.places.delta_maximum);
     if (maximum == 0.0f) {
         return true;
     }
-    const float delta = setting(delta_limit, name, instance);
-    float count = setting(delta_counter, name, instance);
+    const float delta = setting(of, delta_limit, of.places.delta);
+    float count = setting(of, delta_counter, of.places.delta_count);
     const bool suspicious = delta > 0.0f && delta <= std::fabs(value - stored);
-    const bool believed = count_suspicion(delta_counter, name, instance, suspicious, maximum, count);
+    const bool believed = count_suspicion(of, delta_counter, of.places.delta_count, suspicious, maximum, count);
     if (LOG::is_enabled(log_mask::spike)) {
-        log_filter(function, name, instance);
+        log_filter(function, of.name, of.instance);
         log_verdict(function, maximum, count, delta, stored, value, believed);
     }
     return believed;
+}
+
+bool common_thermal_dao::check_new_data_with_spike_going_high(std::string_view name, int instance, float value) {
+    spike_places places;
+    return check_one_sided(going_high_function, {name, instance, places}, value, true);
+}
+
+bool common_thermal_dao::check_new_data_with_spike_going_low(std::string_view name, int instance, float value) {
+    spike_places places;
+    return check_one_sided(going_low_function, {name, instance, places}, value, false);
+}
+
+bool common_thermal_dao::check_new_data_with_spike_going_high_low(std::string_view name, int instance, float value) {
+    spike_places places;
+    return check_high_low({name, instance, places}, value);
+}
+
+bool common_thermal_dao::check_new_data_with_spike_delta(std::string_view name, int instance, float value) {
+    spike_places places;
+    return check_delta({name, instance, places}, value);
 }

@@ -49,6 +49,8 @@ TEST_F(spike_filter_test, each_road_keeps_and_counts_over_polls) {
         {both, "1SMC=2 1SDM=2 1SDT=-5 70>70", "0 0"},
         {both, "40>40 1SMC=2 1SCH=90 1SDM=2 1SDT=5 95>40", "1 nan"},
         {both, "40>40 1SMC=2 1SCH=90 1SDM=2 1SDT=5 95>40 95>40 95>95 96>96", "4 0"},
+        {high, "1SMC=2 1SC=90 50>50 1SCH=40 50>50 60>60", "2 nan"},
+        {both, "40>40 1SMC=2 1SCH=90 50>50 1SDM=2 1SDT=5 60>50", "0 1"},
         {high, "1SC=90 95>95 95>95 1SMC=3 50>50 95>50 1SMC=2 95>95 1SMC=0 50>50 95>95 1SMC=4 96>95", "3 nan"},
     };
     int number = 0;
