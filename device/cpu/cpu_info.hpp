@@ -20,7 +20,7 @@ public:
     float get_core_num() const;
 
     // Hands the TDP in W to the port and to the firmware; 0 is none and goes nowhere.
-    void send_CPU_tdp_ready_signal(unsigned short tdp);
+    void send_CPU_tdp_ready_signal(unsigned short watts);
 
     void poll(common_thermal_dao* dao, unsigned long now) override;
     std::string debug() override { return _values.debug_text(); }
