@@ -41,20 +41,21 @@ std::unique_ptr<Port> make_keyed(const logical_device& owner, const std::string&
     return port;
 }
 
-template <class Value>
-void create_property(const char* function, const char* path, Value value) {
-    if (!bmc_property::create(path, value, property_flags)) {
+// `value` is a number, or bytes and their size.
+template <class... Value>
+void create_property(const char* function, const char* path, Value... value) {
+    if (!bmc_property::create(path, value..., property_flags)) {
         LOG::err(log_source_property, "common_thermal_utils::%s - failed to create property %s", function, path);
     }
 }
 
-template <class Value>
-void set_or_create(const char* path, Value value) {
+template <class... Value>
+bool set_or_create(const char* path, Value... value) {
     if (bmc_property* property = DM::get_property(path)) {
-        property->set(value, property_flags, property_notify);
-    } else {
-        create_property("set_ipmi_property", path, value);
+        return property->set(value..., property_flags, property_notify);
     }
+    create_property("set_ipmi_property", path, value...);
+    return false;
 }
 
 template <class Value>
@@ -262,9 +263,18 @@ bool common_thermal_utils::read_port_fantach(TACHData* data, int* value) {
     return true;
 }
 
-void common_thermal_utils::set_ipmi_property(const char* path, std::uint8_t value) { set_or_create(path, value); }
-void common_thermal_utils::set_ipmi_property(const char* path, std::uint16_t value) { set_or_create(path, value); }
-void common_thermal_utils::set_ipmi_property(const char* path, std::uint32_t value) { set_or_create(path, value); }
+bool common_thermal_utils::set_ipmi_property(const char* path, std::uint8_t value) {
+    return set_or_create(path, value);
+}
+bool common_thermal_utils::set_ipmi_property(const char* path, std::uint16_t value) {
+    return set_or_create(path, value);
+}
+bool common_thermal_utils::set_ipmi_property(const char* path, std::uint32_t value) {
+    return set_or_create(path, value);
+}
+bool common_thermal_utils::set_ipmi_property(const char* path, const std::uint8_t* bytes, unsigned size) {
+    return set_or_create(path, bytes, size);
+}
 
 void common_thermal_utils::get_ipmi_property(const char* path, std::uint8_t& value) {
     value = read_or_create(path, &bmc_property::get_byte);

@@ -257,10 +257,11 @@ public:
     std::uint32_t get_key_uint() const { return _key_uint; }
     const std::string& get_key_string() const { return _key_string; }
 
-    // Writes a property, making it if it does not exist.
-    static void set_ipmi_property(const char* path, std::uint8_t value);
-    static void set_ipmi_property(const char* path, std::uint16_t value);
-    static void set_ipmi_property(const char* path, std::uint32_t value);
+    // Writes a property, making it if it does not exist. True if it existed and took the value.
+    static bool set_ipmi_property(const char* path, std::uint8_t value);
+    static bool set_ipmi_property(const char* path, std::uint16_t value);
+    static bool set_ipmi_property(const char* path, std::uint32_t value);
+    static bool set_ipmi_property(const char* path, const std::uint8_t* bytes, unsigned size);
     // Reads a property; one that does not exist is made with 0 and reads as 0.
     static void get_ipmi_property(const char* path, std::uint8_t& value);
     static void get_ipmi_property(const char* path, std::uint16_t& value);

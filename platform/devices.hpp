@@ -46,6 +46,8 @@ struct PLATFORM_API DM {
     // Null for a property that does not exist.
     static bmc_property* get_property(const char* path);
     static bmc_property* get_property(const std::string& path);
+    // For good; pointers to the property end here. One that does not exist is no failure.
+    static void del_property(const std::string& path);
     // By its place in the device tree, such as ".planar_controller.system_board"; null if nothing is there.
     static logical_device* find_logical_device_instance(const std::string& path);
     // The device that stands for one piece of hardware, by IPMI entity and instance; null if there is none.

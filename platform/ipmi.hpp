@@ -15,15 +15,20 @@ public:
     bmc_message_buffer() = default;
     explicit bmc_message_buffer(std::vector<std::uint8_t> bytes) : _bytes(std::move(bytes)) {}
 
-    // Little-endian; what is missing reads as 0, so a short request needs its length() checked first.
+    // What is missing reads as 0, so a short request needs its length() checked first. Numbers of 16 bits travel with
+    // the high byte first.
     std::uint8_t pop() { return _next < _bytes.size() ? _bytes[_next++] : std::uint8_t{0}; }
     std::uint16_t pop_16() {
-        const unsigned low = pop();
-        return static_cast<std::uint16_t>(low | static_cast<unsigned>(pop()) << 8);
+        const unsigned high = pop();
+        return static_cast<std::uint16_t>(high << 8 | pop());
     }
     void push(std::uint8_t value) { _bytes.push_back(value); }
-    // Bytes not yet taken.
-    unsigned length() const { return static_cast<unsigned>(_bytes.size() - _next); }
+    void push_16(std::uint16_t value) {
+        push(static_cast<std::uint8_t>(value >> 8));
+        push(static_cast<std::uint8_t>(value & 0xFF));
+    }
+    // All bytes, also those that were taken.
+    unsigned length() const { return static_cast<unsigned>(_bytes.size()); }
     const std::vector<std::uint8_t>& bytes() const { return _bytes; }
 
 private:

@@ -40,6 +40,12 @@ bmc_property* DM::get_property(const char* path) {
 
 bmc_property* DM::get_property(const std::string& path) { return get_property(path.c_str()); }
 
+void DM::del_property(const std::string& path) {
+    if (platform* host = platform::current()) {
+        host->properties.remove(path);
+    }
+}
+
 logical_device* DM::find_logical_device_instance(const std::string& path) {
     const platform* host = platform::current();
     if (host == nullptr) {

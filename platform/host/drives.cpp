@@ -29,7 +29,7 @@ void drive_cage::set_property(int bay, const char* leaf, std::uint8_t value) {
     if (host_property* property = _properties.find(path)) {
         property->set(value, property_flags, property_notify);
     } else {
-        _properties.create(path, sizeof(value), value);
+        _properties.create(path, property_value::number_of(sizeof(value), value));
     }
 }
 

@@ -76,6 +76,7 @@ public:
     settings_service settings;
     inventory_service inventory;
     enclosure_service enclosure;
+    software_event_service software_events;
     nvme_service nvme;
     drive_cage drives{properties};
     pcie_devices pcie;

@@ -1,14 +1,12 @@
 #include "platform/host/properties.hpp"
 
-#include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <string>
-#include <utility>
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "platform/host/host.hpp"
@@ -18,26 +16,23 @@ namespace thermal_host {
 
 namespace {
 
-constexpr std::pair<std::string_view, unsigned> widths[] = {{"byte", 1}, {"word", 2}, {"dword", 4}};
-constexpr const char* blanks = " \t\r\n";
-
 struct close_file {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 using file_pointer = std::unique_ptr<std::FILE, close_file>;
 
-bool fits(unsigned width, std::uint32_t value) {
-    return width >= sizeof(value) || value < std::uint32_t{1} << (8 * width);
-}
+constexpr off_t largest_file = 16 << 20;  // far beyond any tree of properties
 
-std::string_view next_word(std::string_view& line) {
-    line.remove_prefix(std::min(line.find_first_not_of(blanks), line.size()));
-    const std::string_view word = line.substr(0, line.find_first_of(blanks));
-    line.remove_prefix(word.size());
-    return word;
-}
-
+// False with the reason in errno.
 bool read_file(const std::string& path, std::string& content) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0) {
+        return false;
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size > largest_file) {
+        errno = S_ISREG(status.st_mode) ? EFBIG : EINVAL;
+        return false;
+    }
     const file_pointer file(std::fopen(path.c_str(), "re"));
     if (!file) {
         return false;
@@ -49,12 +44,45 @@ bool read_file(const std::string& path, std::string& content) {
     return std::ferror(file.get()) == 0;
 }
 
-}  // namespace
+// A new file that is on the disk. False with the reason in errno.
+bool write_file(const std::string& path, const std::string& content) {
+    ::unlink(path.c_str());
+    const file_pointer file(std::fopen(path.c_str(), "wxe"));
+    return file && std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
+           std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0;
+}
 
-bool host_property::assign(std::uint32_t value) {
-    if (!fits(_width, value)) {
+// Keeps a rename in the file's directory through a loss of power. A file system that knows no such thing is fine.
+bool sync_directory_of(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor < 0) {
         return false;
     }
+    const bool synced = ::fsync(descriptor) == 0 || errno == EINVAL;
+    ::close(descriptor);
+    return synced;
+}
+
+bool replace_file(const std::string& path, const std::string& content) {
+    const std::string temporary = path + ".new";
+    return write_file(temporary, content) && std::rename(temporary.c_str(), path.c_str()) == 0 &&
+           sync_directory_of(path);
+}
+
+}  // namespace
+
+bool host_property::assign(std::uint32_t number) {
+    return !_value.is_block() && _value.fits(number) && assign({_value.width, number, {}});
+}
+
+bool host_property::set(const std::uint8_t* bytes, unsigned size, std::uint16_t, std::uint8_t) {
+    const std::optional<property_value> block = property_value::block_of(bytes, size);
+    return _value.is_block() && block && assign(*block);
+}
+
+bool host_property::assign(const property_value& value) {
     if (value != _value) {
         _value = value;
         _store.changed();
@@ -67,16 +95,21 @@ host_property* property_store::find(std::string_view path) {
     return found != _properties.end() ? &found->second : nullptr;
 }
 
-bool property_store::create(std::string_view path, unsigned width, std::uint32_t value) {
-    if (path.empty() || path.find_first_of(blanks) != std::string_view::npos ||
-        path.find('\0') != std::string_view::npos) {
-        return false;
-    }
-    if (!_properties.try_emplace(std::string(path), *this, width, value).second) {
+bool property_store::create(std::string_view path, std::optional<property_value> value) {
+    if (!value || !is_usable_path(path) ||
+        !_properties.try_emplace(std::string(path), *this, *std::move(value)).second) {
         return false;
     }
     changed();
     return true;
+}
+
+void property_store::remove(std::string_view path) {
+    const auto found = _properties.find(path);
+    if (found != _properties.end()) {
+        _properties.erase(found);
+        changed();
+    }
 }
 
 void property_store::open(std::string path) {
@@ -89,50 +122,33 @@ void property_store::open(std::string path) {
         }
         return;
     }
-    std::string_view rest = content;
-    for (unsigned number = 1; !rest.empty(); ++number) {
-        const std::string_view line = rest.substr(0, rest.find('\n'));
-        rest.remove_prefix(std::min(line.size() + 1, rest.size()));
-        const char* problem = nullptr;
-        if (!read_line(line, problem)) {
-            LOG::err(host_log_source, "%s:%u: %s\n", _path.c_str(), number, problem);
-            _unreadable.emplace_back(line);
-        }
+    property_values values;
+    if (const auto fault = read_property_file(content, values)) {
+        refuse_file(*fault);
+        return;
     }
-    _unsaved = false;
+    for (auto& [name, value] : values) {
+        _properties.try_emplace(name, *this, std::move(value));
+    }
 }
 
-bool property_store::read_line(std::string_view line, const char*& problem) {
-    const std::string_view path = next_word(line);
-    if (path.empty()) {
-        return true;
+void property_store::refuse_file(const property_file_fault& fault) {
+    const std::string aside = _path + ".refused";
+    LOG::err(host_log_source, "%s:%u: %s; no property is taken from it\n", _path.c_str(), fault.line, fault.why);
+    if (std::rename(_path.c_str(), aside.c_str()) == 0) {
+        LOG::err(host_log_source, "%s: kept as %s\n", _path.c_str(), aside.c_str());
+    } else {
+        LOG::err(host_log_source, "%s: cannot be kept as %s: %s; nothing will be saved\n", _path.c_str(), aside.c_str(),
+                 std::strerror(errno));
+        _path.clear();
     }
-    const std::string_view width_name = next_word(line);
-    const std::string_view text = next_word(line);
-    unsigned width = 0;
-    for (const auto& [name, bytes] : widths) {
-        width = name == width_name ? bytes : width;
-    }
-    std::uint32_t value = 0;
-    const char* const end = text.data() + text.size();
-    const auto [rest, error] = std::from_chars(text.data(), end, value);
-    if (width == 0) {
-        problem = "expected \"path byte|word|dword value\"";
-    } else if (text.empty() || error != std::errc() || rest != end || !fits(width, value)) {
-        problem = "the value is no number of that width";
-    } else if (!next_word(line).empty()) {
-        problem = "more than one value";
-    } else if (!create(path, width, value)) {
-        problem = "the property is here twice, or its path is unusable";
-    }
-    return problem == nullptr;
 }
 
 bool property_store::flush() {
     if (_path.empty() || !_unsaved) {
         return true;
     }
-    const bool saved = save();
+    const bool saved = replace_file(_path, property_file_text(values()));
     if (!saved && !_save_failed) {
         LOG::err(host_log_source, "%s: cannot be written: %s\n", _path.c_str(), std::strerror(errno));
     }
@@ -141,46 +157,29 @@ bool property_store::flush() {
     return saved;
 }
 
-std::string property_store::text() const {
-    std::string content;
+property_values property_store::values() const {
+    property_values values;
     for (const auto& [path, property] : _properties) {
-        content += path;
-        for (const auto& [name, bytes] : widths) {
-            if (bytes == property.width()) {
-                content.append(" ").append(name);
-            }
-        }
-        content.append(" ").append(std::to_string(property.get_dword())).append("\n");
+        values.emplace_hint(values.end(), path, property.value());
     }
-    for (const std::string& line : _unreadable) {
-        content.append(line).append("\n");
-    }
-    return content;
-}
-
-bool property_store::save() const {
-    const std::string temporary = _path + ".new";
-    const std::string content = text();
-    file_pointer file(std::fopen(temporary.c_str(), "we"));
-    if (!file) {
-        return false;
-    }
-    const bool written = std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
-                         std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0;
-    file.reset();
-    return written && std::rename(temporary.c_str(), _path.c_str()) == 0;
+    return values;
 }
 
 }  // namespace thermal_host
 
 using thermal_host::platform;
+using thermal_host::property_value;
 
 namespace {
 
-template <class Value>
-bool create_property(const std::string& path, Value value) {
+bool create_property(const std::string& path, const std::optional<property_value>& value) {
     platform* host = platform::current();
-    return host != nullptr && host->properties.create(path, sizeof(Value), value);
+    return host != nullptr && host->properties.create(path, value);
+}
+
+template <class Number>
+bool create_number(const std::string& path, Number value) {
+    return create_property(path, property_value::number_of(sizeof(value), value));
 }
 
 }  // namespace
@@ -188,13 +187,17 @@ bool create_property(const std::string& path, Value value) {
 bmc_property::~bmc_property() = default;
 
 bool bmc_property::create(const std::string& path, std::uint8_t value, std::uint16_t) {
-    return create_property(path, value);
+    return create_number(path, value);
 }
 
 bool bmc_property::create(const std::string& path, std::uint16_t value, std::uint16_t) {
-    return create_property(path, value);
+    return create_number(path, value);
 }
 
 bool bmc_property::create(const std::string& path, std::uint32_t value, std::uint16_t) {
-    return create_property(path, value);
+    return create_number(path, value);
+}
+
+bool bmc_property::create(const std::string& path, const std::uint8_t* bytes, unsigned size, std::uint16_t) {
+    return create_property(path, property_value::block_of(bytes, size));
 }

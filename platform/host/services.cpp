@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "platform/enclosure.hpp"
 #include "platform/host/host.hpp"
@@ -92,6 +93,15 @@ int inventory_service::describe(std::uint32_t function_key, _VEKTDB_PCIGenericIn
     return not_found;
 }
 
+int software_event_service::raise(unsigned id, const void* payload) {
+    software_event event{id, {}};
+    if (id == fan_policy_event && payload != nullptr) {
+        std::memcpy(&event.policies.emplace(), payload, sizeof(fan_policy_change));
+    }
+    raised.add(event);
+    return result;
+}
+
 nvme_service::nvme_service() {
     using firmware = sep_comm_logical_device;
     firmware::NVME_PWR_CAP_MARGIN1 = firmware::NVME_PWR_CAP_MARGIN2 = firmware::NVME_PWR_CAP_HYSTERESIS = 0;
@@ -162,4 +172,9 @@ int kpl_logical_device::set_cooling_value(std::uint8_t value) {
     }
     host->enclosure.cooling_values.add(value);
     return host->enclosure.answer;
+}
+
+int sw_msg_dispatcher(unsigned id, const void* payload) {
+    platform* host = platform::current();
+    return host != nullptr ? host->software_events.raise(id, payload) : no_host;
 }

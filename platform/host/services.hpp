@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "platform/host/bounded_record.hpp"
 #include "platform/host_settings.hpp"
 #include "platform/inventory.hpp"
+#include "platform/software_events.hpp"
 
 namespace thermal_host {
 
@@ -51,6 +53,19 @@ struct inventory_service {
 struct enclosure_service {
     int answer = 1;
     bounded_record<std::uint8_t> cooling_values{64};
+};
+
+// What was raised, and the result of raising more.
+struct software_event {
+    unsigned id;
+    std::optional<fan_policy_change> policies;
+};
+
+struct software_event_service {
+    int result = 0;
+    bounded_record<software_event> raised{64};
+
+    int raise(unsigned id, const void* payload);
 };
 
 // The drives' own power capping, whose settings are process-wide: a new host starts with all of them 0.

@@ -257,16 +257,47 @@ TYPED_TEST(property_of_width, is_created_once_and_keeps_what_was_set) {
     EXPECT_EQ(DM::get_property(path)->get_byte(), 0xFF);
 }
 
+TEST_F(facade, a_block_property_keeps_its_kind_and_takes_any_length_up_to_255) {
+    const std::string path = "/ac/test/block";
+    const std::vector<std::uint8_t> bytes(256, 0xA5);
+    EXPECT_FALSE(bmc_property::create(path, bytes.data(), 256, property_flags));
+    ASSERT_TRUE(bmc_property::create(path, bytes.data(), 6, property_flags));
+    EXPECT_FALSE(bmc_property::create(path, std::uint8_t{1}, property_flags));
+    bmc_property* property = DM::get_property(path);
+    for (const unsigned size : {1u, 255u}) {
+        EXPECT_TRUE(property->set(bytes.data(), size, property_flags, property_notify));
+        EXPECT_EQ(tlv1::tlv_get_length(property->get_block()), size);
+        EXPECT_EQ(property->get_block()[tlv1::header_size + size - 1], 0xA5);
+    }
+    EXPECT_FALSE(property->set(bytes.data(), 256, property_flags, property_notify));
+    EXPECT_FALSE(property->set(std::uint8_t{1}, property_flags, property_notify));
+    EXPECT_EQ(tlv1::tlv_get_length(property->get_block()), 255u);
+    EXPECT_EQ(property->get_dword(), 0u);
+}
+
+TEST_F(facade, a_deleted_property_can_be_made_anew_as_another_kind) {
+    const std::string path = "/ac/test/value";
+    const std::uint8_t bytes[] = {1};
+    DM::del_property(path);
+    ASSERT_TRUE(bmc_property::create(path, std::uint8_t{1}, property_flags));
+    EXPECT_FALSE(DM::get_property(path)->set(bytes, 1, property_flags, property_notify));
+    EXPECT_EQ(DM::get_property(path)->get_block(), nullptr);
+    DM::del_property(path);
+    EXPECT_EQ(DM::get_property(path), nullptr);
+    EXPECT_TRUE(bmc_property::create(path, bytes, 1, property_flags));
+}
+
 TEST_F(facade, an_ipmi_request_gets_its_handlers_answer_and_an_unknown_command_its_code) {
     const ipmi_command_key command{0x06, 0x3A, 0};
     std::vector<std::uint8_t> response;
     EXPECT_EQ(_platform.request(command, {}, response), 0xC1);
     IPMI::register_command(command, [](ipmi_message& message) -> std::uint8_t {
         message.response.push(message.request.pop());
-        return message.request.length() == 1 ? 0 : 0xC7;
+        message.response.push_16(message.request.pop_16());
+        return message.request.length() == 2 ? 0 : 0xC7;
     });
     EXPECT_EQ(_platform.request(command, {5, 6}, response), 0);
-    EXPECT_EQ(response, std::vector<std::uint8_t>{5});
+    EXPECT_EQ(response, (std::vector<std::uint8_t>{5, 6, 0})) << "the high byte first, 0 for what is missing";
     EXPECT_EQ(_platform.request(command, {}, response), 0xC7);
 }
 

@@ -1,5 +1,6 @@
 #include "platform/host/host.hpp"
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -20,6 +21,7 @@
 #include "platform/host_settings.hpp"
 #include "platform/inventory.hpp"
 #include "platform/log.hpp"
+#include "platform/software_events.hpp"
 
 namespace {
 
@@ -223,45 +225,114 @@ TEST_F(host, ports_outlive_the_host_that_served_them) {
         EXPECT_EQ(QF::new_(20, 1), nullptr);
         EXPECT_EQ(DM::get_property("/ac/any"), nullptr);
         EXPECT_NE(kpl_logical_device::set_cooling_value(1), 0);
+        EXPECT_NE(sw_msg_dispatcher(power_limit_within_event, nullptr), 0);
+        DM::del_property("/ac/any");
         LOG::err(2, "to nobody\n");
     }
 }
 
-TEST_F(host, properties_survive_a_restart_and_broken_lines_are_reported_and_kept) {
-    const std::string path = write_file("properties",
-                                        "/ac/kept word 4660\n/ac/no_width 5\n/ac/wide byte 256\n"
-                                        "/ac/kept word 1\n\n/ac/signed dword -1\n");
+TEST_F(host, properties_survive_a_restart_and_an_equal_value_is_not_written) {
+    const std::string path = file("properties");
+    const std::uint8_t bytes[] = {0x0A, 0xFF};
     {
         thermal_host::platform first({.virtual_time = true});
         quiet(first);
         first.open_properties(path);
-        std::string report;
-        for (const auto& line : first.log.captured().entries()) {
-            report += line.text;
-        }
-        for (const char* place : {":2: ", ":3: ", ":4: ", ":6: "}) {
-            EXPECT_THAT(report, HasSubstr(path + place));
-        }
-        EXPECT_EQ(DM::get_property("/ac/kept")->get_word(), 0x1234);
-        EXPECT_EQ(DM::get_property("/ac/wide"), nullptr);
         EXPECT_FALSE(bmc_property::create("/ac/two words", std::uint8_t{1}, property_flags));
+        EXPECT_FALSE(bmc_property::create("/ac/no_bytes", nullptr, 1, property_flags));
         EXPECT_TRUE(bmc_property::create("/ac/new", std::uint8_t{1}, property_flags));
+        EXPECT_TRUE(bmc_property::create("/ac/gone", std::uint32_t{~0u}, property_flags));
+        EXPECT_TRUE(bmc_property::create("/ac/bytes", bytes, 2, property_flags));
         EXPECT_FALSE(DM::get_property("/ac/new")->set(std::uint16_t{256}, property_flags, property_notify));
-        EXPECT_THAT(read_file(path), testing::Not(HasSubstr("/ac/new")));
+        EXPECT_FALSE(files::exists(path));
         first.loop.run_for(5s);
-        EXPECT_THAT(read_file(path), HasSubstr("/ac/new byte 1\n"));
+        EXPECT_EQ(read_file(path),
+                  "thermal properties 1\n/ac/bytes block 0aff\n/ac/gone dword 4294967295\n/ac/new byte 1\nend 3\n");
         files::remove(path);
         DM::get_property("/ac/new")->set(std::uint8_t{1}, property_flags, property_notify);
+        DM::get_property("/ac/bytes")->set(bytes, 2, property_flags, property_notify);
+        DM::del_property("/ac/unknown");
         first.loop.run_for(60s);
         EXPECT_FALSE(files::exists(path)) << "an equal value was written";
-        DM::get_property("/ac/new")->set(std::uint8_t{2}, property_flags, property_notify);
+        DM::get_property("/ac/bytes")->set(bytes + 1, 1, property_flags, property_notify);
+        DM::del_property("/ac/gone");
     }
-    EXPECT_EQ(read_file(path),
-              "/ac/kept word 4660\n/ac/new byte 2\n"
-              "/ac/no_width 5\n/ac/wide byte 256\n/ac/kept word 1\n/ac/signed dword -1\n");
+    EXPECT_EQ(read_file(path), "thermal properties 1\n/ac/bytes block ff\n/ac/new byte 1\nend 2\n");
     thermal_host::property_store again;
     again.open(path);
-    EXPECT_EQ(again.find("/ac/new")->get_byte(), 2);
+    EXPECT_TRUE(again.flush());
+    EXPECT_EQ(again.find("/ac/new")->get_byte(), 1);
+    EXPECT_EQ(again.find("/ac/bytes")->get_block()[tlv1::header_size], 0xFF);
+}
+
+TEST_F(host, a_torn_or_foreign_property_file_is_kept_aside_and_nothing_of_it_is_used) {
+    const std::string head = "thermal properties 1\n/ac/kept word 7\n";
+    const std::string whole = head + "/ac/block block 0a1b\nend 2\n";
+    std::vector<std::pair<std::string, unsigned>> texts = {
+        {"/ac/kept word 7\nend 1\n", 1},
+        {"thermal properties 2\n/ac/kept word 7\nend 1\n", 1},
+        {head + "end 2\n", 3},
+        {head + "end 1 \n", 3},
+        {head + "end 1\n\n", 3},
+        {head + "\nend 1\n", 3},
+        {head + "/ac/x byte\nend 2\n", 3},
+        {head + "/ac/x 5\nend 2\n", 3},
+        {head + "/ac/x byte 256\nend 2\n", 3},
+        {head + "/ac/x dword -1\nend 2\n", 3},
+        {head + "/ac/x word 0x10\nend 2\n", 3},
+        {head + "/ac/x byte 1 2\nend 2\n", 3},
+        {head + "/ac/kept word 7\nend 2\n", 3},
+        {head + "/ac/x block 0a1\nend 2\n", 3},
+        {head + "/ac/x block 0g\nend 2\n", 3},
+        {head + "/ac/x block " + std::string(512, '0') + "\nend 2\n", 3},
+        {head + std::string("/ac/\0x byte 1\nend 2\n", 20), 3},
+    };
+    for (std::size_t size = 0; size < whole.size(); ++size) texts.emplace_back(whole.substr(0, size), 0);
+    for (const auto& [text, line] : texts) {
+        const std::string path = write_file("properties", text);
+        thermal_host::property_store store;
+        _host.log.captured().clear();
+        store.open(path);
+        const auto lines = _host.log.captured().entries();
+        ASSERT_EQ(lines.size(), 2u) << text;
+        EXPECT_THAT(lines[0].text, testing::StartsWith(path + ":" + (line != 0 ? std::to_string(line) + ": " : "")))
+            << text;
+        EXPECT_EQ(store.find("/ac/kept"), nullptr) << text;
+        EXPECT_EQ(read_file(path + ".refused"), text);
+        EXPECT_FALSE(files::exists(path)) << text;
+    }
+    thermal_host::property_store store;
+    store.open(write_file("properties", head));
+    EXPECT_TRUE(store.create("/ac/new", thermal_host::property_value::number_of(1, 1)) && store.flush());
+    EXPECT_EQ(read_file(file("properties")), "thermal properties 1\n/ac/new byte 1\nend 1\n");
+    EXPECT_EQ(read_file(file("properties.refused")), head);
+}
+
+TEST_F(host, a_property_file_that_cannot_be_kept_aside_or_read_is_left_alone) {
+    const std::string path = write_file("properties", "notes\n");
+    files::create_directories(path + ".refused/full");
+    for (const std::string& name : {path, file("")}) {
+        thermal_host::property_store store;
+        store.open(name);
+        EXPECT_TRUE(store.create("/ac/new", thermal_host::property_value::number_of(1, 1)) && store.flush());
+        EXPECT_THAT(_host.log.captured().entries().back().text, HasSubstr("; nothing will be saved\n"));
+    }
+    EXPECT_EQ(read_file(path), "notes\n");
+    EXPECT_FALSE(files::exists(path + ".new"));
+}
+
+TEST_F(host, a_property_file_that_cannot_be_written_is_reported_once_and_written_later) {
+    const std::string path = write_file("properties", "thermal properties 1\nend 0\n");
+    files::create_directories(path + ".new/full");
+    thermal_host::property_store store;
+    store.open(path);
+    store.create("/ac/new", thermal_host::property_value::number_of(1, 1));
+    EXPECT_FALSE(store.flush() || store.flush());
+    EXPECT_EQ(_host.log.captured().entries().size(), 1u);
+    EXPECT_EQ(read_file(path), "thermal properties 1\nend 0\n");
+    files::remove_all(path + ".new");
+    EXPECT_TRUE(store.flush());
+    EXPECT_THAT(read_file(path), HasSubstr("/ac/new byte 1\nend 1\n"));
 }
 
 TEST_F(host, the_log_obeys_its_mask_stamps_lines_and_captures_them_as_written) {
