@@ -64,6 +64,18 @@ void longest_tick(benchmark::State& state, const board_shape& shape) {
     state.counters["longest_slot"] = static_cast<double>(longest - fastest.begin());
 }
 
+// The files of one request for a snapshot.
+void snapshot(benchmark::State& state, const board_shape& shape) {
+    board machine(shape);
+    machine.run_cycles(2);
+    for (auto _ : state) {
+        common_thermal_manager::create_debug_tdev_information(0);
+        common_thermal_manager::create_debug_talg_information(0);
+        common_thermal_manager::create_debug_dao_information(0);
+        common_thermal_manager::create_debug_mapping_information(0);
+    }
+}
+
 void rule_file_load(benchmark::State& state, const board_shape& shape) {
     board machine(shape);
     for (auto _ : state) {
@@ -99,6 +111,7 @@ BENCHMARK_CAPTURE(changing_cycle, S, board_s);
 BENCHMARK_CAPTURE(changing_cycle, L, board_l);
 BENCHMARK_CAPTURE(longest_tick, S, board_s)->Iterations(200);
 BENCHMARK_CAPTURE(longest_tick, L, board_l)->Iterations(200);
+BENCHMARK_CAPTURE(snapshot, L, board_l)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(rule_file_load, L, board_l)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(rule_file_load, MAX, board_max)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(reload_growth, MAX, board_max)->Iterations(1)->Unit(benchmark::kMillisecond);

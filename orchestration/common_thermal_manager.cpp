@@ -19,7 +19,6 @@ namespace {
 using utils = common_thermal_utils;
 
 constexpr const char* manager_name = "common_thermal_manager";
-constexpr const char* accelerate_policy = "/ac/vekt2/therm_override/accelerate_policy";
 constexpr bmc_signal subscribed_signals[] = {
     149, 225, 134, 135, 304, 132, 128, 129, 87, common_thermal_manager::timer_signal, 230, 239};
 
@@ -99,6 +98,7 @@ int common_thermal_manager::initialize(controller* owner) {
             owner->register_bmc_event(signal, this, true);
         }
     }
+    register_commands();
     _uefi_perf_sig = static_cast<std::uint8_t>(EM::register_overloaded_signal("UEFI_PERF_SIG"));
     _cff2_fan_speed_ctrl_sig = static_cast<std::uint8_t>(EM::register_overloaded_signal("CFF2_FAN_SPEED_CTRL_SIG"));
     reserve_timer(owner);

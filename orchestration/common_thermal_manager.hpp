@@ -20,6 +20,7 @@
 #include "store/common_thermal_dao.hpp"
 
 class common_thermal_device_fan;
+struct ipmi_message;
 
 // Owns time. A one-shot timer fires; the manager polls the slot that the scheduler picks and arms the timer again by the
 // slot's idle time; after slot 31 it applies what the rules of the cycle asked for and forgets it. Firmware events only
@@ -67,8 +68,68 @@ public:
     void timer_expired();
     bool is_timer_signal(QSignal signal) const;
 
-    // The rule file is read again at the end of a cycle.
+    // Requests, each served at the end of a cycle, one a cycle: a snapshot of devices, rules and store; the buffers of
+    // the log rules; the histories of fans, caps and limits; the schedule; the rule file is read again.
+    void ipmicmd_debug_on() { _debug_on_request = true; }
+    void ipmicmd_debug_on_log_alg() { _log_alg_request = true; }
+    void ipmicmd_debug_on_fan_alg() { _fan_alg_request = true; }
+    void ipmicmd_debug_on_scheduler() { _scheduler_request = true; }
     void ipmicmd_load_algorithm() { _algorithm_loaded = false; }
+
+    // What they come down to: files in the directory for diagnostics. `now` is in seconds.
+    static void create_debug_tdev_information(unsigned long now);
+    static void create_debug_talg_information(unsigned long now);
+    static void create_debug_dao_information(unsigned long now);
+    static void create_debug_mapping_information(unsigned long now);
+    static void create_debug_scheduler_information(unsigned long now);
+    static void create_debug_fan_alg_information(unsigned long now);
+    static void create_debug_cap_alg_information(unsigned long now);
+    static void create_debug_pwrlmt_alg_information(unsigned long now);
+    static void create_log_alg_information(unsigned long now);
+
+    // Handlers of an operator's commands, called between ticks. They return the completion code.
+    static std::uint8_t debug_thermal(common_thermal_manager* manager, ipmi_message* message);
+    static std::uint8_t set_fan_speed(common_thermal_manager* manager, ipmi_message* message);
+
+    // The fan override of an operator. `control` chooses: 0 none, 1 fans by hand, 2 to 4 the tables 1 to `control` - 1 of
+    // the uefi devices; above 4 changes nothing. `zone` is a fan instance, 255 all fans, 0 none; `speed` is the duty
+    // by hand. `v`, `d` and `e` belong to the host and are only kept.
+    static void set_override_tbl(common_thermal_manager* manager, std::uint8_t control, std::uint8_t zone,
+                                 std::uint8_t speed, std::uint8_t e, std::uint16_t v, std::uint16_t d);
+    // Switch one table on or off; 0 stands for the fans by hand.
+    void ipmicmd_override_table(unsigned table, bool enable, unsigned zone, unsigned speed, std::uint8_t e,
+                                std::uint16_t v, std::uint16_t d);
+    void ipmivmd_override_cancel(unsigned table);
+    void set_manual_fan_speed(std::uint8_t zone, std::uint8_t speed);
+    // The stored override: 0 in `write` reads, 1 writes. A write returns 0, or -1 for a control that is not kept, 1 or
+    // above 4. A read returns the sum of what was missing: 1 control, which counts as 0; 2 zone or speed, which stay; 4
+    // the rest, which counts as 0.
+    int prop_rw_override_tbl(std::uint8_t write, std::uint8_t& control, std::uint8_t& zone, std::uint8_t& speed,
+                             std::uint8_t& e, std::uint16_t& v, std::uint16_t& d);
+    // Brings the stored override back, once in the life of the manager.
+    void load_fan_override_tbl();
+    // Keeps the policy that goes with a control, and tells the firmware.
+    void set_fan_accelerate_policy(std::uint8_t control);
+
+    // An operator's limits for the cards in slots of location 1, by slot number; 255 sets all. Power in W, peak in %.
+    void ipmicmd_get_tgp_user(ipmi_message* message);
+    void ipmicmd_set_tgp_user(ipmi_message* message);
+    void ipmicmd_get_edpp_user(ipmi_message* message);
+    void ipmicmd_set_edpp_user(ipmi_message* message);
+    // Goes out when the first card is allowed more than the machine's own data say, and when none is any longer.
+    void send_tgp_user_exceed_notification(std::uint8_t cards);
+    // Bring the stored limits back. 0 without a scheduler or a store, otherwise 1.
+    int load_ipmiprop_pci_tgp_user();
+    int load_ipmiprop_pci_edpp_user();
+
+    // Limits in W that the firmware knows, for each card in a slot of location 1.
+    enum config_type : std::uint32_t { config_tgp_platform = 1, config_tgp_vpd = 2 };
+    // 1, or 0 for a value of 0, which leaves the limit as it is, and for an unknown type.
+    int import_config(config_type type, unsigned value);
+
+    // Tells other parts of the firmware, by properties, how much the cards draw at most. 0 until the data path has been
+    // up for three cycles, then 1.
+    int update_ipmiprop_pci_maxwatt() const;
 
     // One tick.
     void poll_thermal_device_and_algorithm();
@@ -163,10 +224,14 @@ private:
         fan_target* next;  // of the same low 8 bits of the instance, as rules name fans
     };
 
+    static constexpr const char* accelerate_policy = "/ac/vekt2/therm_override/accelerate_policy";
+
+    void register_commands();
     void reserve_timer(controller* owner);
     void start(unsigned long now);
     unsigned run_slot(unsigned long now);
     void end_cycle(unsigned long now);
+    void count_dp_ready_cycle();
     void serve_one_request(unsigned long now);
     void arm_timer(unsigned ticks);
 
@@ -198,6 +263,13 @@ private:
     std::string _algorithm_parse_file;
     bool _algorithm_loaded = false;
     rule_set _rules;
+    bool _debug_on_request = false;
+    bool _log_alg_request = false;
+    bool _fan_alg_request = false;
+    bool _scheduler_request = false;
+    std::uint8_t _dp_ready_cycles = 0;  // complete ones since the data path came up, as far as they matter
+    bool _pci_maxwatt_published = false;
+    bool _fan_override_loaded = false;
 
     std::uint8_t _uefi_perf_sig = 0;
     std::uint8_t _cff2_fan_speed_ctrl_sig = 0;
@@ -219,6 +291,7 @@ private:
     std::uint8_t _pwrbrk_mode = 4;   // no mode: the first one always differs
     bool _pwrbrk_enforced = false;   // the brake went out in the last cycle
     bool _pwrbrk_announced = false;  // the last notice was of a brake
+    bool _tgp_announced = false;     // the last notice was of a card above its limit
     store_reference _pwrbrk_mode_setting{"common_thermal_device_uefi.pciegen_pwrbrk_mode", 1};
 
     common_thermal_dao::dev_data_t _fan_maximum;

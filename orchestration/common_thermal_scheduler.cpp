@@ -141,7 +141,7 @@ void common_thermal_scheduler::place_algorithms() {
     _talg_scheduled = true;
 }
 
-bool common_thermal_scheduler::schedule_begin(common_thermal_dao*) {
+bool common_thermal_scheduler::schedule_begin(common_thermal_dao* dao) {
     if (_tdev_scheduled && _talg_scheduled) {
         return false;
     }
@@ -151,7 +151,27 @@ bool common_thermal_scheduler::schedule_begin(common_thermal_dao*) {
     if (!_talg_scheduled) {
         place_algorithms();
     }
+    if (dao != nullptr) {
+        record_schedule(*dao);
+    }
     return true;
+}
+
+// The present plan, for a diagnostic file.
+void common_thermal_scheduler::record_schedule(common_thermal_dao& dao) const {
+    dao.clear_debug_texts(utils::log_schedule);
+    for (unsigned number = 0; number < slot_count; ++number) {
+        const slot& each = _slots[number];
+        for (unsigned k = 0; k < each.count; ++k) {
+            const std::uint32_t index = each.index[k];
+            if (number < first_algorithm_slot) {
+                const common_thermal_device& device = *_devices[index];
+                dao.update_debug_scheduler(number, k, index, device.get_name(), device.get_instance());
+            } else if (const common_thermal_algorithm* rule = _algorithms[index]) {
+                dao.update_debug_scheduler(number, k, index, rule->get_name(), rule->get_instance());
+            }
+        }
+    }
 }
 
 void common_thermal_scheduler::schedule_end(common_thermal_dao*, unsigned) {}

@@ -100,6 +100,7 @@ private:
     void place_devices();
     void place_algorithms();
     void clear_slots(unsigned first, unsigned end);
+    void record_schedule(common_thermal_dao& dao) const;
 
     bool _tdev_done = false;
     bool _talg_done = false;

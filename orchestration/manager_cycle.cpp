@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "foundation/log_masks.hpp"
 #include "orchestration/common_thermal_manager.hpp"
 #include "platform/clock.hpp"
@@ -6,7 +8,8 @@
 namespace {
 
 constexpr long long nanoseconds_per_second = 1000000000;
-constexpr unsigned longest_wait = 13;  // platform ticks; of the first tick, and while there is nothing to run
+constexpr unsigned longest_wait = 13;       // platform ticks; of the first tick, and while there is nothing to run
+constexpr std::uint8_t settled_cycles = 3;  // after the data path came up the slots know their cards
 
 // Idle values are eighths of a platform tick.
 constexpr unsigned ticks_of(std::uint32_t idle_time) { return (idle_time + 7) >> 3; }
@@ -49,6 +52,9 @@ void common_thermal_manager::poll_thermal_device_and_algorithm() {
 // The first tick polls nothing: it brings back what was stored and loads the rules.
 void common_thermal_manager::start(unsigned long now) {
     handle_power_permission(true);
+    load_fan_override_tbl();
+    load_ipmiprop_pci_tgp_user();
+    load_ipmiprop_pci_edpp_user();
     if (!_algorithm_loaded) {
         load_algorithm_rule(now);
         _algorithm_loaded = true;
@@ -75,19 +81,48 @@ void common_thermal_manager::arm_timer(unsigned ticks) {
     _timer->arm_(DM::get_controller(thermal_controller), ticks);
 }
 
-// Requests and results need the store; a step between them may not.
+// Requests and results need the store; the steps between them do not.
 void common_thermal_manager::end_cycle(unsigned long now) {
+    count_dp_ready_cycle();
     if (_dao != nullptr) {
         serve_one_request(now);
+    }
+    if (!_pci_maxwatt_published) {
+        _pci_maxwatt_published = update_ipmiprop_pci_maxwatt() != 0;
+        LOG::log(log_source, log_mask::tick, "common_thermal_manager:: update_ipmiprop_pci_maxwatt[%02X][%02X].\n",
+                 _pci_maxwatt_published ? 1u : 0u, static_cast<unsigned>(_dp_ready_cycles));
     }
     if (_dao != nullptr) {
         reset_thermal_algorithm_status(now);
     }
 }
 
+void common_thermal_manager::count_dp_ready_cycle() {
+    if (!get_stage(common_thermal_utils::dp_ready)) {
+        _dp_ready_cycles = 0;
+        _pci_maxwatt_published = false;
+    } else if (_dp_ready_cycles < settled_cycles) {
+        ++_dp_ready_cycles;
+    }
+}
+
 // One request a cycle, so that a tick stays short; what is not served waits. A reload comes last.
 void common_thermal_manager::serve_one_request(unsigned long now) {
-    if (!_algorithm_loaded) {
+    if (std::exchange(_debug_on_request, false)) {
+        create_debug_tdev_information(now);
+        create_debug_talg_information(now);
+        create_debug_dao_information(now);
+        create_debug_mapping_information(now);
+    } else if (std::exchange(_log_alg_request, false)) {
+        create_log_alg_information(now);
+    } else if (std::exchange(_fan_alg_request, false)) {
+        create_debug_fan_alg_information(now);
+        create_debug_cap_alg_information(now);
+        create_debug_pwrlmt_alg_information(now);
+    } else if (std::exchange(_scheduler_request, false)) {
+        create_debug_scheduler_information(now);
+    } else if (!_algorithm_loaded) {
+        load_fan_override_tbl();
         load_algorithm_rule(now);
         _algorithm_loaded = true;
     }

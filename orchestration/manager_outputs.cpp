@@ -102,7 +102,7 @@ void common_thermal_manager::reset_thermal_algorithm_status(unsigned long now) {
     clear_powerlimit_pci_slot(pci);
 }
 
-void common_thermal_manager::apply_fan_pwm_value(unsigned long, const index_list& fans) {
+void common_thermal_manager::apply_fan_pwm_value(unsigned long now, const index_list& fans) {
     know_fans(fans);
     bool psu_change = false;
     std::uint8_t psu_value = 0;
@@ -122,6 +122,9 @@ void common_thermal_manager::apply_fan_pwm_value(unsigned long, const index_list
         }
         target.fan->set_value_pwm_output(row.value);
         target.fan->apply_value_pwm_output();
+        if (_dao != nullptr) {
+            _dao->update_debug_fan_alg(now, row.fan, row.name, row.instance, static_cast<float>(row.value));
+        }
         if (LOG::is_enabled(log_mask::result)) {
             LOG::log(log_source, log_mask::result, "common_thermal_manager::%s [%d, %s.%d, %d]\n",
                      "apply_fan_pwm_value", static_cast<int>(row.fan), row.name.c_str(), static_cast<int>(row.instance),
@@ -150,13 +153,16 @@ void common_thermal_manager::write_pwm_to_psu(std::uint8_t value) const {
     QF::publish_(event, "void common_thermal_manager::write_pwm_to_psu(uint8)");
 }
 
-void common_thermal_manager::apply_capping_value(unsigned long) {
+void common_thermal_manager::apply_capping_value(unsigned long now) {
     LOG::log(log_source, log_mask::arbitration, "common_thermal_manager::%s CPU_INTEL[%d], CPU_AMD[%d]\n",
              "apply_capping_value", _cpu_intel, _cpu_amd);
     for (unsigned kind = 0; kind < capping_kinds; ++kind) {
         cap_alg_t& row = _cap_alg[kind];
         if (row.value != row.value_applied) {
             act_on_capping(static_cast<capping_kind>(kind), row.value);
+        }
+        if (_dao != nullptr) {
+            _dao->update_debug_cap_alg(now, kind, row.name, row.instance, row.value);
         }
         LOG::log(log_source, log_mask::arbitration, "common_thermal_manager::%s [%d, %d, %d]\n", "apply_capping_value",
                  static_cast<int>(kind), row.value_applied, row.value);

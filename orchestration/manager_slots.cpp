@@ -1,9 +1,9 @@
 #include <algorithm>
 
-#include "device/pci/slot.hpp"
 #include "foundation/float_conversion.hpp"
 #include "foundation/log_masks.hpp"
 #include "orchestration/common_thermal_manager.hpp"
+#include "orchestration/pci_slots.hpp"
 #include "platform/ipmi.hpp"
 
 // Power brake and power limit of the PCI slots: what rules want of them, who wins, and what goes out at the end of a
@@ -42,16 +42,10 @@ constexpr slot_wish<std::uint8_t> limit_wish{
     &rule_t::is_in_action_powerlimit_pci_slot, &rule_t::set_action_powerlimit_pci,
     &rule_t::get_action_powerlimit_pci_by_location_slot_no, &manager::replaced_algorithm_powerlimit_pci, no_limit};
 
-std::uint32_t key_of(const slot_device& slot) { return slot.get_location() << 16 | (slot.get_slot_no() & 0xFFFF); }
-
-// Calls `visit` with each slot device of the list and its key.
+// Each slot device of the list with its key.
 template <class Visitor>
-void for_each_slot(const manager::index_list& pci, Visitor&& visit) {
-    for (const unsigned long index : pci) {
-        if (auto* slot = static_cast<slot_device*>(manager::_scheduler->get_thermal_device_by_index(index))) {
-            visit(*slot, key_of(*slot));
-        }
-    }
+void for_each_listed(const manager::index_list& pci, Visitor&& visit) {
+    for_each_slot(*manager::_scheduler, pci, visit);
 }
 
 }  // namespace
@@ -60,7 +54,7 @@ void for_each_slot(const manager::index_list& pci, Visitor&& visit) {
 template <class Wish>
 void common_thermal_manager::claim_slots(common_thermal_algorithm& rule, const index_list& pci, const Wish& wish,
                                          slot_table& rows) {
-    for_each_slot(pci, [&](const slot_device& slot, std::uint32_t key) {
+    for_each_listed(pci, [&](const slot_device& slot, std::uint32_t key) {
         if (!(rule.*wish.names)(key)) {
             return;
         }
@@ -146,7 +140,7 @@ void common_thermal_manager::take_brake_mode() {
 bool common_thermal_manager::chk_pciegen_pwrbrk_uefi_setting(const index_list& pci) {
     take_brake_mode();
     if (_pwrbrk_mode > brake_by_rules && is_power_short(pci)) {
-        for_each_slot(pci, [this](const slot_device&, std::uint32_t key) { _pwrbrk_alg[key].claim.value = 1; });
+        for_each_listed(pci, [this](const slot_device&, std::uint32_t key) { _pwrbrk_alg[key].claim.value = 1; });
     }
     return _pwrbrk_mode != brake_off;
 }
@@ -165,7 +159,7 @@ std::uint32_t common_thermal_manager::total_system_power() {
 bool common_thermal_manager::is_power_short(const index_list& pci) {
     float sum = 0.0f;
     int count = 0;
-    for_each_slot(pci, [&](const slot_device& slot, std::uint32_t) {
+    for_each_listed(pci, [&](const slot_device& slot, std::uint32_t) {
         if (slot.get_max_power() >= high_power) {
             sum += slot.get_max_power();
             ++count;
@@ -189,7 +183,7 @@ bool common_thermal_manager::is_power_short(const index_list& pci) {
 
 void common_thermal_manager::apply_pciegen_pwrbrk_slot(unsigned long, const index_list& pci) {
     unsigned braked = 0;
-    for_each_slot(pci, [&](slot_device& slot, std::uint32_t key) {
+    for_each_listed(pci, [&](slot_device& slot, std::uint32_t key) {
         slot_table::row& row = _pwrbrk_alg[key];
         const bool brake = row.claim.value != 0;
         slot.set_pciegen_pwrbrk(brake);
@@ -210,10 +204,14 @@ void common_thermal_manager::send_pciegen_pwrbrk_notification(std::uint8_t slots
     _pwrbrk_announced = brakes;
 }
 
-void common_thermal_manager::apply_powerlimit_pci_slot(unsigned long, const index_list& pci) {
-    for_each_slot(pci, [this](slot_device& slot, std::uint32_t key) {
+void common_thermal_manager::apply_powerlimit_pci_slot(unsigned long now, const index_list& pci) {
+    for_each_listed(pci, [this, now](slot_device& slot, std::uint32_t key) {
         slot_table::row& row = _pwrlmt_alg[key];
         slot.set_powerlimit_percentage(row.claim.value);
+        if (_dao != nullptr) {
+            _dao->update_debug_pwrlmt_alg(now, key, row.claim.name, row.claim.instance,
+                                          static_cast<std::uint16_t>(row.claim.value));
+        }
         row.applied = row.claim;
     });
 }
@@ -222,5 +220,5 @@ void common_thermal_manager::clear_pciegen_pwrbrk_slot() { _pwrbrk_alg.clear(); 
 
 void common_thermal_manager::clear_powerlimit_pci_slot(const index_list& pci) {
     _pwrlmt_alg.clear();
-    for_each_slot(pci, [this](const slot_device&, std::uint32_t key) { _pwrlmt_alg[key].claim = free_slot; });
+    for_each_listed(pci, [this](const slot_device&, std::uint32_t key) { _pwrlmt_alg[key].claim = free_slot; });
 }

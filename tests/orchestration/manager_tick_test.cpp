@@ -8,7 +8,7 @@ protected:
 };
 
 TEST_F(tick_test, the_first_tick_runs_inside_initialize_and_nothing_is_polled_before_the_third) {
-    counting_device device(8193), off(8193);
+    counting_device device(8196), off(8196);
     off.deactivate();
     scripted_rule rule(dao, "rule", 1, 0);
     rule.ask(1);
@@ -105,6 +105,8 @@ TEST_F(tick_test, a_reload_is_served_before_the_results_of_the_old_rules_go_out)
         order += line.mask == 128 ? line.text : "";  // loading and applied fan results
     }
     EXPECT_EQ(order,
+              "common_thermal_manager::load_fan_override_tbl BEGIN Load Fan override table\n"
+              "common_thermal_manager::load_fan_override_tbl END Load Fan override table\n"
               "common_thermal_manager::load_algorithm_rule BEGIN Load algorithm\n"
               "common_thermal_manager::load_algorithm_rule END Load algorithm\n"
               "common_thermal_manager::apply_fan_pwm_value [1, old_rule.1, 60]\n");

@@ -19,7 +19,7 @@ public:
     explicit counting_device(unsigned kind)
         : common_thermal_device("counting_device", "counting_device", 1, static_cast<tdev_type_t>(kind)) {}
     void poll(common_thermal_dao*, unsigned long) override { ++polls; }
-    std::string debug() override { return {}; }
+    std::string debug() override { return "\npolls=" + std::to_string(polls); }
     int polls = 0;
 };
 
