@@ -53,7 +53,7 @@ common_thermal_manager::common_thermal_manager()
     common_thermal_algorithm_config_nvme_cap_params_v2::forget_everything();
 }
 
-common_thermal_manager::~common_thermal_manager() = default;
+common_thermal_manager::~common_thermal_manager() { withdraw_commands(); }
 
 void common_thermal_manager::add_thermal_device(common_thermal_device* device) {
     if (_scheduler != nullptr) {

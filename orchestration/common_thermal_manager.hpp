@@ -91,8 +91,8 @@ public:
     static std::uint8_t debug_thermal(common_thermal_manager* manager, ipmi_message* message);
     static std::uint8_t set_fan_speed(common_thermal_manager* manager, ipmi_message* message);
 
-    // The fan override of an operator. `control` chooses: 0 none, 1 fans by hand, 2 to 4 the tables 1 to `control` - 1 of
-    // the uefi devices; above 4 changes nothing. `zone` is a fan instance, 255 all fans, 0 none; `speed` is the duty
+    // The fan override of an operator. `control` chooses: 0 none, 1 fans by hand, 2 to 4 the tables 1 to `control` - 1
+    // of the uefi devices; above 4 changes nothing. `zone` is a fan instance, 255 all fans, 0 none; `speed` is the duty
     // by hand. `v`, `d` and `e` belong to the host and are only kept.
     static void set_override_tbl(common_thermal_manager* manager, std::uint8_t control, std::uint8_t zone,
                                  std::uint8_t speed, std::uint8_t e, std::uint16_t v, std::uint16_t d);
@@ -224,9 +224,11 @@ private:
         fan_target* next;  // of the same low 8 bits of the instance, as rules name fans
     };
 
+    static constexpr std::uint8_t settled_cycles = 3;  // after the data path came up the slots know their cards
     static constexpr const char* accelerate_policy = "/ac/vekt2/therm_override/accelerate_policy";
 
     void register_commands();
+    static void withdraw_commands();
     void reserve_timer(controller* owner);
     void start(unsigned long now);
     unsigned run_slot(unsigned long now);

@@ -32,7 +32,6 @@ constexpr const char* edpp_leaf = "/EDPp_user";
 constexpr unsigned adapter_location = 1;
 constexpr std::uint8_t all_slots = 255;
 constexpr unsigned most_counted_cards = 255;
-constexpr std::uint8_t cycles_until_power_is_known = 3;
 
 // Slots with cards that an operator may limit, and their place in the list of all slots.
 template <class Visitor>
@@ -179,7 +178,7 @@ int common_thermal_manager::import_config(config_type type, unsigned value) {
 }
 
 int common_thermal_manager::update_ipmiprop_pci_maxwatt() const {
-    if (_scheduler == nullptr || _dp_ready_cycles < cycles_until_power_is_known) {
+    if (_scheduler == nullptr || _dp_ready_cycles < settled_cycles) {
         return 0;
     }
     std::uint8_t count = 0;

@@ -222,6 +222,11 @@ void common_thermal_manager::register_commands() {
                            [this](ipmi_message& message) { return set_fan_speed(this, &message); });
 }
 
+void common_thermal_manager::withdraw_commands() {
+    IPMI::register_command({debug_command, oem_function, 0}, nullptr);
+    IPMI::register_command({fan_speed_command, oem_function, 0}, nullptr);
+}
+
 std::uint8_t common_thermal_manager::debug_thermal(common_thermal_manager* manager, ipmi_message* message) {
     if (message->request.length() == 0) {
         return nothing_asked;

@@ -8,8 +8,7 @@
 namespace {
 
 constexpr long long nanoseconds_per_second = 1000000000;
-constexpr unsigned longest_wait = 13;       // platform ticks; of the first tick, and while there is nothing to run
-constexpr std::uint8_t settled_cycles = 3;  // after the data path came up the slots know their cards
+constexpr unsigned longest_wait = 13;  // platform ticks; of the first tick, and while there is nothing to run
 
 // Idle values are eighths of a platform tick.
 constexpr unsigned ticks_of(std::uint32_t idle_time) { return (idle_time + 7) >> 3; }

@@ -52,7 +52,7 @@ struct ipmi_command_key {
 using ipmi_command_handler = std::function<std::uint8_t(ipmi_message&)>;
 
 struct PLATFORM_API IPMI {
-    // A later registration of the same key replaces the earlier one.
+    // A later registration of the same key replaces the earlier one; an empty handler takes the command away.
     static void register_command(ipmi_command_key key, ipmi_command_handler handler);
     // Tells the IPMI side that something moved; fire and forget.
     static void progress_notify(int code, int detail);

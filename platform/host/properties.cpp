@@ -21,7 +21,7 @@ struct close_file {
 };
 using file_pointer = std::unique_ptr<std::FILE, close_file>;
 
-constexpr off_t largest_file = 16 << 20;  // far beyond any tree of properties
+constexpr off_t largest_file = 1 << 20;  // far beyond any tree of properties
 
 // False with the reason in errno.
 bool read_file(const std::string& path, std::string& content) {
@@ -40,6 +40,10 @@ bool read_file(const std::string& path, std::string& content) {
     char buffer[4096];
     while (const std::size_t size = std::fread(buffer, 1, sizeof(buffer), file.get())) {
         content.append(buffer, size);
+        if (content.size() > largest_file) {
+            errno = EFBIG;
+            return false;
+        }
     }
     return std::ferror(file.get()) == 0;
 }
@@ -52,23 +56,24 @@ bool write_file(const std::string& path, const std::string& content) {
            std::fflush(file.get()) == 0 && ::fsync(::fileno(file.get())) == 0;
 }
 
-// Keeps a rename in the file's directory through a loss of power. A file system that knows no such thing is fine.
-bool sync_directory_of(const std::string& path) {
+// Keeps a rename in the file's directory through a loss of power, where the file system knows such a thing.
+void sync_directory_of(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
     const int descriptor = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) {
-        return false;
+    if (descriptor >= 0) {
+        ::fsync(descriptor);
+        ::close(descriptor);
     }
-    const bool synced = ::fsync(descriptor) == 0 || errno == EINVAL;
-    ::close(descriptor);
-    return synced;
 }
 
 bool replace_file(const std::string& path, const std::string& content) {
     const std::string temporary = path + ".new";
-    return write_file(temporary, content) && std::rename(temporary.c_str(), path.c_str()) == 0 &&
-           sync_directory_of(path);
+    const bool replaced = write_file(temporary, content) && std::rename(temporary.c_str(), path.c_str()) == 0;
+    if (replaced) {
+        sync_directory_of(path);
+    }
+    return replaced;
 }
 
 }  // namespace
@@ -148,7 +153,7 @@ bool property_store::flush() {
     if (_path.empty() || !_unsaved) {
         return true;
     }
-    const bool saved = replace_file(_path, property_file_text(values()));
+    const bool saved = replace_file(_path, property_file_text(kept_values()));
     if (!saved && !_save_failed) {
         LOG::err(host_log_source, "%s: cannot be written: %s\n", _path.c_str(), std::strerror(errno));
     }
@@ -157,10 +162,13 @@ bool property_store::flush() {
     return saved;
 }
 
-property_values property_store::values() const {
+// Those that outlive the controller; the others are the host's, whose state is not known after a restart.
+property_values property_store::kept_values() const {
     property_values values;
     for (const auto& [path, property] : _properties) {
-        values.emplace_hint(values.end(), path, property.value());
+        if (path.starts_with("/ac/")) {
+            values.emplace_hint(values.end(), path, property.value());
+        }
     }
     return values;
 }

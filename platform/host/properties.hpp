@@ -68,7 +68,7 @@ public:
 
 private:
     void refuse_file(const property_file_fault& fault);
-    property_values values() const;
+    property_values kept_values() const;
 
     std::map<std::string, host_property, std::less<>> _properties;
     std::string _path;

@@ -2,6 +2,7 @@
 #include <random>
 #include <sstream>
 
+#include "device/event_status.hpp"
 #include "device/fan/fan.hpp"
 #include "device/pci/slot.hpp"
 #include "device/pci/slot_pins.hpp"
@@ -52,14 +53,11 @@ struct controller_life {
         presence.set_port_input(70u);
         slot3.add_depend(&presence), slot12.add_depend(&presence);
         for (common_thermal_device* device : std::initializer_list<common_thermal_device*>{
-                 &fan, &bare_fan, &output, &uefi, &presence, &slot3, &elsewhere, &slot4, &slot12, &slot200}) {
+                 &stages, &fan, &bare_fan, &output, &uefi, &presence, &slot3, &elsewhere, &slot4, &slot12, &slot200}) {
             manager.add_thermal_device(device);
         }
         manager.add_thermal_device_done();
         manager.initialize(&host.loop.thermal());
-        manager.load_fan_override_tbl();
-        manager.load_ipmiprop_pci_tgp_user();
-        manager.load_ipmiprop_pci_edpp_user();
     }
     ~controller_life() {
         common_thermal_manager::_scheduler = nullptr;
@@ -78,6 +76,7 @@ struct controller_life {
     common_thermal_scheduler scheduler;
     common_thermal_device_fan fan{1}, bare_fan{2};
     common_thermal_device_fan_pwm_fpga output{1};
+    common_thermal_device_event_status stages{1};
     common_thermal_device_uefi uefi{1};
     common_thermal_device_pci_slot_presence presence{1};
     common_thermal_device_pci_slot slot3{3}, elsewhere{5}, slot4{4}, slot12{12}, slot200{200};
@@ -301,10 +300,13 @@ TEST_F(commands_test, a_limit_above_the_machines_own_data_is_told_once_until_all
         return life->manager.import_config(static_cast<common_thermal_manager::config_type>(type), watts);
     };
     EXPECT_EQ(import(2, 0) + import(0, 200) + import(3, 200), 0);
+    EXPECT_EQ(limits("tgp_platform") + limits("tgp_vpd"), "nan nan nan nan nan nan nan nan ");
+    life->dao.update_dev(slot_class + "tgp_vpd", 5, 100, false);
+    life->dao.update_dev(slot_class + "tgp_user", 5, 200, false);
     send(debug, "C0 03 01 2C");
     EXPECT_EQ(raised(), "") << "nobody told the machine's own limit";
     EXPECT_EQ(import(1, 500) + import(2, 65535), 2);
-    EXPECT_EQ(limits("tgp_platform") + limits("tgp_vpd"), "500 500 nan 500 65535 65535 nan 65535 ");
+    EXPECT_EQ(limits("tgp_platform") + limits("tgp_vpd"), "500 500 nan 500 65535 65535 100 65535 ");
     send(debug, "C0 FF FF FF");
     EXPECT_EQ(raised(), "") << "65535 is no limit";
     import(2, 250);
@@ -330,10 +332,23 @@ TEST_F(commands_test, a_limit_above_the_machines_own_data_is_told_once_until_all
 TEST_F(commands_test, most_power_is_published_once_the_data_path_was_up_for_three_cycles) {
     host.ports.add_number(70, 1);
     life->dao.update_dev("4PMW." + slot_class + "max_power", 12, 75.9f, false);
-    life->finish_cycle(), life->finish_cycle();
-    EXPECT_EQ(stored_property(adapters + "count"), "-");
-    life->finish_cycle();
-    EXPECT_EQ(stored_property(adapters + "count"), "4");
+    const auto cycles = [this](std::initializer_list<bool> up) {
+        for (const bool is_up : up) {
+            life->manager.set_stage(common_thermal_utils::dp_ready, is_up);
+            life->finish_cycle();
+        }
+        return stored_property(adapters + "count");
+    };
+    take_lines(~0u);
+    EXPECT_EQ(cycles({false, false, true, true, false, true, true}), "-");
+    EXPECT_EQ(cycles({true, true}), "4");
+    const std::string line = "common_thermal_manager:: update_ipmiprop_pci_maxwatt[";
+    EXPECT_EQ(lines_with(line + "00][00].\n") * 100 + lines_with(line + "00][02].\n") * 10 + lines_with(line + "01]"),
+              321)
+        << "and nothing more once they are published";
+    DM::del_property(adapters + "count");
+    EXPECT_EQ(cycles({true, true}), "-");
+    EXPECT_EQ(cycles({false, true, true, true}), "4") << "again after each boot";
     EXPECT_EQ(stored_property(adapters + "max_count_bitmap"), std::to_string(0b11101)) << "position 1 is elsewhere";
     EXPECT_EQ(stored_property(adapters + "act_count_bitmap"), std::to_string(0b01000));
     EXPECT_EQ(stored_property(adapters + "12/MaxWatt") + " " + stored_property(adapters + "03/MaxWatt"), "75 0");
