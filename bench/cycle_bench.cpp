@@ -12,7 +12,7 @@ namespace {
 
 void cycle(benchmark::State& state, const board_shape& shape) {
     board machine(shape);
-    machine.run_cycles(2);
+    machine.run_cycles(4);  // until the cards' power has been published
     const allocation_counter allocations;
     for (auto _ : state) {
         machine.run_cycles(1);
