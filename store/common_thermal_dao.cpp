@@ -20,9 +20,9 @@ std::uint32_t next_identity() {
 }  // namespace
 
 common_thermal_dao::common_thermal_dao() : _identity(next_identity()) {
-    const auto kinds = static_cast<std::uint32_t>(_cap_alg.size());
+    const auto kinds = static_cast<std::uint32_t>(_cap_alg_records.size());
     for (std::uint32_t kind = 0; kind < kinds; ++kind) {
-        _cap_alg[kind].reserve(kind, history_records / kinds);
+        _cap_alg_records[kind].reserve(kind, history_records / kinds);
     }
 }
 
@@ -135,7 +135,7 @@ void common_thermal_dao::reserve_fan_alg(unsigned fans) {
     }
     _fan_count = fans;
     for (std::uint32_t fan = 1; fan <= fans; ++fan) {
-        _fan_alg[convert_fan_inst_to_index(fan)].reserve(fan, history_records / fans);
+        _fan_alg_records[convert_fan_inst_to_index(fan)].reserve(fan, history_records / fans);
     }
 }
 

@@ -199,9 +199,9 @@ private:
     std::uint32_t _identity;
     std::map<std::string, common_thermal_utils::dao_t> _ipmi_sdr_key_dao;
     std::uint32_t _fan_count = 0;
-    std::array<result_history, 63> _fan_alg;
-    std::array<result_history, 7> _cap_alg;
-    limit_history _pwrlmt_alg;
+    std::array<result_history, 63> _fan_alg_records;
+    std::array<result_history, 7> _cap_alg_records;
+    limit_history _pwrlmt_alg_records;
     std::map<log_type_t, std::map<std::string, std::string>> _debug_text;
     std::map<log_type_t, int> _debug_file_index;
 };

@@ -71,33 +71,34 @@ void common_thermal_dao::update_debug_fan_alg(unsigned long now, unsigned fan, c
     }
     const unsigned index = convert_fan_inst_to_index(fan);
     const applied_result result{name, instance, value};
-    const applied_result* last = _fan_alg[index].last();
+    const applied_result* last = _fan_alg_records[index].last();
     if (last == nullptr || !is_same_duty(*last, result)) {
-        enter(_fan_alg[index], now, result, [&] { write_debug_fan_inst_alg_by_fan_index(now, index); });
+        enter(_fan_alg_records[index], now, result, [&] { write_debug_fan_inst_alg_by_fan_index(now, index); });
     }
 }
 
 void common_thermal_dao::update_debug_cap_alg(unsigned long now, unsigned kind, const interned_name& name,
                                               unsigned instance, unsigned value) {
-    if (kind >= _cap_alg.size()) {
+    if (kind >= _cap_alg_records.size()) {
         return;
     }
     const applied_result result{name, instance, static_cast<float>(value)};
-    const applied_result* last = _cap_alg[kind].last();
+    const applied_result* last = _cap_alg_records[kind].last();
     if (last == nullptr || *last != result) {
-        enter(_cap_alg[kind], now, result, [&] { write_debug_cap_index_alg_by_cap_index(now, kind); });
+        enter(_cap_alg_records[kind], now, result, [&] { write_debug_cap_index_alg_by_cap_index(now, kind); });
     }
 }
 
 void common_thermal_dao::update_debug_pwrlmt_alg(unsigned long now, unsigned long key, const interned_name& name,
                                                  unsigned instance, std::uint16_t value) {
     const auto slot = static_cast<std::uint32_t>(key);
-    if (!_pwrlmt_alg.add(now, slot, {name, instance, static_cast<float>(value)}) || !_pwrlmt_alg.is_overfull()) {
+    if (!_pwrlmt_alg_records.add(now, slot, {name, instance, static_cast<float>(value)}) ||
+        !_pwrlmt_alg_records.is_overfull()) {
         return;
     }
     write_debug_pwrlmt_index_alg_by_pwrlmt_index(now, key);
-    if (_pwrlmt_alg.is_overfull()) {
-        _pwrlmt_alg.drop_oldest(slot);
+    if (_pwrlmt_alg_records.is_overfull()) {
+        _pwrlmt_alg_records.drop_oldest(slot);
     }
 }
 
@@ -109,19 +110,19 @@ void common_thermal_dao::write_debug_fan_alg(unsigned long now) {
 
 void common_thermal_dao::write_debug_fan_inst_alg_by_fan_index(unsigned long now, unsigned index) {
     if (index < _fan_count) {
-        dump(_fan_alg[index], "fan", now, write_duty_line);
+        dump(_fan_alg_records[index], "fan", now, write_duty_line);
     }
 }
 
 void common_thermal_dao::write_debug_cap_alg(unsigned long now) {
-    for (unsigned kind = 0; kind < _cap_alg.size(); ++kind) {
+    for (unsigned kind = 0; kind < _cap_alg_records.size(); ++kind) {
         write_debug_cap_index_alg_by_cap_index(now, kind);
     }
 }
 
 void common_thermal_dao::write_debug_cap_index_alg_by_cap_index(unsigned long now, unsigned kind) {
-    if (kind < _cap_alg.size()) {
-        dump(_cap_alg[kind], "cap", now, write_whole_line);
+    if (kind < _cap_alg_records.size()) {
+        dump(_cap_alg_records[kind], "cap", now, write_whole_line);
     }
 }
 
@@ -132,17 +133,17 @@ void common_thermal_dao::write_debug_pwrlmt_alg(unsigned long now, unsigned long
 void common_thermal_dao::write_debug_pwrlmt_index_alg_by_pwrlmt_index(unsigned long now, unsigned long key) {
     const auto slot = static_cast<std::uint32_t>(key);
     diagnostic_file file("debug_thermal_pwrlmt_%u-%u.log.%u", location_of(key), slot_number_of(key),
-                         _pwrlmt_alg.take_file_number(slot));
+                         _pwrlmt_alg_records.take_file_number(slot));
     if (!file.is_open()) {
         return;
     }
     std::size_t records = 0;
-    _pwrlmt_alg.for_each(slot, [&](const limit_history::record& each) {
+    _pwrlmt_alg_records.for_each(slot, [&](const limit_history::debug_pwrlmt_alg_t& each) {
         write_whole_line(file, each.timestamp, each.result);
         ++records;
     });
     if (close_list(file, now, records)) {
-        _pwrlmt_alg.restart(now, slot);
+        _pwrlmt_alg_records.restart(now, slot);
     }
 }
 

@@ -53,7 +53,7 @@ std::uint32_t limit_history::take_file_number(std::uint32_t key) {
 void limit_history::restart(unsigned long now, std::uint32_t key) {
     slot& known = _slots[key];
     if (known.count != 0) {
-        std::erase_if(_records, [key](const record& each) { return each.key == key; });
+        std::erase_if(_records, [key](const debug_pwrlmt_alg_t& each) { return each.key == key; });
         _records.push_back({now, key, known.last});
         known.count = 1;
     }
@@ -62,7 +62,7 @@ void limit_history::restart(unsigned long now, std::uint32_t key) {
 // The one that is in force stays.
 void limit_history::drop_oldest(std::uint32_t key) {
     slot& known = _slots[key];
-    const auto oldest = std::ranges::find(_records, key, &record::key);
+    const auto oldest = std::ranges::find(_records, key, &debug_pwrlmt_alg_t::key);
     if (known.count > 1 && oldest != _records.end()) {
         _records.erase(oldest);
         --known.count;

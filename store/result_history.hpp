@@ -50,7 +50,7 @@ private:
 // The limits of all PCI slots in one list, as they changed.
 class limit_history {
 public:
-    struct record {
+    struct debug_pwrlmt_alg_t {
         unsigned long timestamp;  // s
         std::uint32_t key;        // of the slot
         applied_result result;
@@ -63,7 +63,7 @@ public:
     // Calls visit(record) for each record of the slot, oldest first.
     template <class Visitor>
     void for_each(std::uint32_t key, Visitor&& visit) const {
-        for (const record& each : _records) {
+        for (const debug_pwrlmt_alg_t& each : _records) {
             if (each.key == key) {
                 visit(each);
             }
@@ -84,6 +84,6 @@ private:
         applied_result last{};
     };
 
-    std::vector<record> _records;
+    std::vector<debug_pwrlmt_alg_t> _records;
     std::map<std::uint32_t, slot> _slots;
 };
