@@ -134,7 +134,7 @@ TEST_F(diagnostics_test, histories_tell_who_won_a_fan_a_cap_and_a_slot) {
     for (const char* name : {"fan1.log.0", "cap0.log.0", "pwrlmt_1-3.log.0"}) {
         EXPECT_EQ(diagnostic_text(name).substr(0, now.size()), now) << "virtual time moves with the event loop only";
     }
-    const auto without_times = [this](const std::string& name) {
+    const auto without_times = [](const std::string& name) {
         std::string shown, line;
         std::istringstream text(diagnostic_text(name));
         while (std::getline(text, line) && !line.empty()) shown += line.substr(line.find('-') + 1) + "|";
