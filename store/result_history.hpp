@@ -22,8 +22,8 @@ struct applied_result {
 class result_history {
 public:
     struct record {
-        unsigned long timestamp;  // s
-        applied_result result;
+        unsigned long timestamp = 0;  // s
+        applied_result result{};
     };
 
     // Takes the memory of all records, which later ones do not.
@@ -51,9 +51,9 @@ private:
 class limit_history {
 public:
     struct debug_pwrlmt_alg_t {
-        unsigned long timestamp;  // s
-        std::uint32_t key;        // of the slot
-        applied_result result;
+        unsigned long timestamp = 0;  // s
+        std::uint32_t key = 0;        // of the slot
+        applied_result result{};
     };
 
     limit_history();
