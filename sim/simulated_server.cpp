@@ -50,6 +50,9 @@ simulated_server::simulated_server(const server_options& options, load_profile p
       _scheduler(std::make_unique<common_thermal_scheduler>()),
       _dao(std::make_unique<common_thermal_dao>()) {
     _host.log.set_mask(options.log_mask);
+    if (!options.properties.empty()) {
+        _host.open_properties(options.properties);
+    }
     add_server_sensors(_host);
     common_thermal_manager::_scheduler = _scheduler.get();
     common_thermal_manager::_dao = _dao.get();

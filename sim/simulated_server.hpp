@@ -20,7 +20,8 @@ struct server_options {
     bool real_time = false;
     unsigned log_mask = thermal_host::log_writer::default_mask;
     unsigned seed = 0;        // of the noise on readings; 0 for none
-    bool world_moves = true;  // false: temperatures, loads and fans stay as they are at power-on
+    std::string properties{};  // path of the file that keeps them over a restart; empty for memory only
+    bool world_moves = true;   // false: temperatures, loads and fans stay as they are at power-on
 };
 
 // A two-socket server under the real library: host platform, board, manager and physics, from power-on. One at a time in a

@@ -7,7 +7,6 @@
 #include <system_error>
 #include <utility>
 
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -107,10 +106,39 @@ void event_loop::wait_until(nanoseconds time) {
     const nanoseconds wait = std::max(time - _clock.now(), nanoseconds(0));
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
     const timespec timeout{static_cast<time_t>(seconds.count()), static_cast<long>((wait - seconds).count())};
-    pollfd wake{_wake, POLLIN, 0};
-    if (::ppoll(&wake, 1, time == never ? nullptr : &timeout, nullptr) > 0) {
+    _polled.assign(1, {_wake, POLLIN, 0});
+    for (const watched& each : _watched) {
+        _polled.push_back({each.descriptor, POLLIN, 0});
+    }
+    if (::ppoll(_polled.data(), _polled.size(), time == never ? nullptr : &timeout, nullptr) <= 0) {
+        return;
+    }
+    if (_polled.front().revents != 0) {
         eventfd_t count = 0;
         ::eventfd_read(_wake, &count);
+    }
+    for (std::size_t i = 1; i < _polled.size(); ++i) {
+        if (_polled[i].revents != 0) {
+            run_watched(_polled[i].fd);
+        }
+    }
+}
+
+void event_loop::watch(int descriptor, task work) {
+    unwatch(descriptor);
+    _watched.push_back({descriptor, std::move(work)});
+}
+
+void event_loop::unwatch(int descriptor) {
+    std::erase_if(_watched, [=](const watched& each) { return each.descriptor == descriptor; });
+}
+
+void event_loop::run_watched(int descriptor) {
+    const auto found = std::ranges::find(_watched, descriptor, &watched::descriptor);
+    if (found != _watched.end()) {
+        // A copy: the work may end its own watch.
+        const task work = found->work;
+        work();
     }
 }
 

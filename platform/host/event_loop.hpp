@@ -6,6 +6,8 @@
 #include <mutex>
 #include <vector>
 
+#include <poll.h>
+
 #include "platform/events.hpp"
 #include "platform/host/bounded_record.hpp"
 #include "platform/host/clock.hpp"
@@ -60,6 +62,12 @@ public:
     unsigned call_every(nanoseconds period, task work);
     void cancel(unsigned identity);
 
+    // Runs `work` whenever `descriptor` can be read, as long as nothing else is ready. Real time only: a loop in virtual
+    // time does not wait for the world outside, and never looks at a descriptor. Each has one work; it stays the
+    // caller's, who unwatches it before it is closed.
+    void watch(int descriptor, task work);
+    void unwatch(int descriptor);
+
     // Sends a copy of `event`, as the firmware's other parts would. False if it had to be dropped.
     bool publish(const bmc_event& event, const char* sender);
     // Who gets events posted to a controller other than the thermal one; without a handler they are dropped.
@@ -95,6 +103,10 @@ private:
         unsigned identity;
         task work;
     };
+    struct watched {
+        int descriptor;
+        task work;
+    };
     struct other_controller {
         int receiver;
         event_handler handler;
@@ -109,6 +121,7 @@ private:
     task& work_of(unsigned identity);
     void forget_call(unsigned identity);
     void wait_until(nanoseconds time);
+    void run_watched(int descriptor);
     void record(int receiver, const QEvent& event, const char* sender);
     unsigned schedule(nanoseconds due, nanoseconds period, task work);
     void unschedule(std::size_t index);
@@ -131,6 +144,8 @@ private:
     std::vector<call> _calls;
     std::uint64_t _next_order = 0;
     unsigned _last_identity = 0;
+    std::vector<watched> _watched;
+    std::vector<pollfd> _polled;     // the wake-up, then what is watched
     unsigned _running_identity = 0;  // of the call under way; 0 once it is cancelled
     bool _running = false;
 

@@ -39,6 +39,9 @@ public:
     // Loop thread only. An empty handler takes the command away.
     void register_command(const ipmi_command_key& key, ipmi_command_handler handler);
 
+    // Loop thread only: at once.
+    ipmi_answer execute(const ipmi_command_key& key, std::vector<std::uint8_t> bytes);
+
     // From any thread, while the host lives. `done` runs on the loop's thread.
     void request(const ipmi_command_key& key, std::vector<std::uint8_t> bytes, std::function<void(ipmi_answer)> done);
     // The future is broken if the host ends before it came to the request. Never wait for it on the loop's thread.
@@ -48,8 +51,6 @@ public:
     bounded_record<brake_notice>& brake_notices() { return _brake; }
 
 private:
-    ipmi_answer execute(const ipmi_command_key& key, std::vector<std::uint8_t> bytes);
-
     event_loop& _loop;
     std::map<ipmi_command_key, ipmi_command_handler> _handlers;
     bounded_record<progress_note> _progress{64};

@@ -48,11 +48,14 @@ sensor_state sensor_list::state_of(const sensor& each, std::uint32_t raw) const 
 
 sensor_report sensor_list::report_of(sensor_id id, const sensor& each) const {
     const sensor_definition& about = each.definition;
-    sensor_report report{id, about.name, about.unit, std::nullopt, sensor_state::no_reading, each.thresholds};
+    sensor_report report{
+        id, about.name, about.unit, std::nullopt, std::nullopt, sensor_state::no_reading, each.thresholds};
     const number_line* output = line_of(about.output);
     if (output != nullptr && output->was_written()) {
-        report.value = (static_cast<float>(output->value()) * about.m + about.b) / about.k2;
-        report.state = state_of(each, output->value());
+        const std::uint32_t raw = output->value();
+        report.raw = raw;
+        report.value = (static_cast<float>(raw) * about.m + about.b) / about.k2;
+        report.state = state_of(each, raw);
     }
     return report;
 }
@@ -71,6 +74,24 @@ std::optional<sensor_report> sensor_list::find(sensor_id id) const {
     return found != _sensors.end() ? std::optional(report_of(id, found->second)) : std::nullopt;
 }
 
+const sensor_definition* sensor_list::definition(sensor_id id) const {
+    const auto found = _sensors.find(id);
+    return found != _sensors.end() ? &found->second.definition : nullptr;
+}
+
+bool sensor_list::set_thresholds(sensor_id id, std::uint8_t which, std::span<const std::uint8_t, 6> thresholds) {
+    const auto found = _sensors.find(id);
+    if (found == _sensors.end()) {
+        return false;
+    }
+    for (std::size_t i = 0; i < thresholds.size(); ++i) {
+        if ((which >> i & 1u) != 0) {
+            found->second.thresholds[i] = thresholds[i];
+        }
+    }
+    return true;
+}
+
 std::uint8_t sensor_list::execute(std::span<const std::uint8_t> request) {
     _requests.add({request.begin(), request.end()});
     if (request.size() != request_size) {
@@ -79,17 +100,9 @@ std::uint8_t sensor_list::execute(std::span<const std::uint8_t> request) {
     if (request[0] != controller_address || request[1] != function_sensor || request[3] != command_set_thresholds) {
         return ipmi_invalid_command;
     }
-    const auto found = _sensors.find({request[2], request[4]});
-    if (found == _sensors.end()) {
-        return ipmi_unknown_sensor;
-    }
-    sensor_thresholds& thresholds = found->second.thresholds;
-    for (std::size_t i = 0; i < thresholds.size(); ++i) {
-        if ((request[5] >> i & 1u) != 0) {
-            thresholds[i] = request[first_threshold + i];
-        }
-    }
-    return 0;
+    const sensor_id id{request[2], request[4]};
+    return set_thresholds(id, request[5], request.subspan<first_threshold, 6>()) ? std::uint8_t{0}
+                                                                                 : ipmi_unknown_sensor;
 }
 
 }  // namespace thermal_host

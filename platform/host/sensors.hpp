@@ -45,6 +45,7 @@ struct sensor_report {
     sensor_id id;
     std::string name;
     std::string unit;
+    std::optional<std::uint32_t> raw;  // as the library wrote it, mostly one byte
     std::optional<float> value;
     sensor_state state;
     sensor_thresholds thresholds;
@@ -63,7 +64,12 @@ public:
     // In the order of logical unit and number.
     std::vector<sensor_report> list() const;
     std::optional<sensor_report> find(sensor_id id) const;
+    // Null for an unknown sensor; until the next add().
+    const sensor_definition* definition(sensor_id id) const;
 
+    // `thresholds` are in the order of sensor_thresholds; those whose bit is not set in `which`, bit 0 for the first,
+    // stay as they are. False for an unknown sensor.
+    bool set_thresholds(sensor_id id, std::uint8_t which, std::span<const std::uint8_t, 6> thresholds);
     // Returns a completion code; anything but a well-formed Set Sensor Thresholds for a known sensor changes nothing.
     std::uint8_t execute(std::span<const std::uint8_t> request);
     // What execute() was given.

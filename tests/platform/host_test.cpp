@@ -12,6 +12,8 @@
 #include <thread>
 #include <vector>
 
+#include <unistd.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -142,6 +144,26 @@ TEST_F(host, real_time_sleeps_wakes_for_other_threads_and_stops_on_a_signal) {
     const auto start = real.clock.now();
     EXPECT_TRUE(real.loop.run_for(20ms));
     EXPECT_GE(real.clock.now() - start, 20ms);
+}
+
+TEST_F(host, a_watched_descriptor_that_can_be_read_runs_its_work_in_real_time_until_it_is_unwatched) {
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ASSERT_EQ(::write(ends[1], "x", 1), 1);
+    thermal_host::platform real;
+    unsigned ran = 0;
+    real.loop.watch(ends[0], [&] {
+        if (++ran == 3) real.loop.unwatch(ends[0]);
+    });
+    _host.loop.watch(ends[0], [&] { ran = 100; });
+    unsigned ticks = 0;
+    real.loop.call_every(1ms, [&] { ++ticks; });
+    real.loop.run_for(20ms);
+    _host.loop.run_for(1s);
+    EXPECT_EQ(ran, 3u);
+    EXPECT_GT(ticks, 1u);
+    ::close(ends[0]);
+    ::close(ends[1]);
 }
 
 TEST_F(host, a_hwmon_tree_is_read_and_written_in_the_units_of_the_ports) {

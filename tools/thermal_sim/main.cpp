@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/host/ipmi_terminal.hpp"
 #include "sim/bundled_files.hpp"
 #include "sim/rule_check.hpp"
 #include "sim/simulated_server.hpp"
@@ -36,6 +37,8 @@ struct arguments {
     double duration = 0.0;
     double every = 60.0;
     bool real_time = false;
+    std::string ipmi_link;
+    std::string properties;
     std::string csv;
     unsigned seed = 0;
     std::string log_mask = "0";
@@ -113,7 +116,9 @@ constexpr const char* footer =
     "Examples:\n"
     "  thermal-sim --rules my.ini --every 10\n"
     "  thermal-sim --trace gpu_load_cycle_36min.csv --column adapter=gpu_power_w\n"
-    "  thermal-sim --csv - --every 1 > run.csv";
+    "  thermal-sim --csv - --every 1 > run.csv\n"
+    "  thermal-sim --real-time --ipmi-pty /tmp/bmc --properties /tmp/bmc.properties\n"
+    "  ipmitool -I serial-terminal -D /tmp/bmc:115200 raw 0x3a 0x07    (duty of each fan; more in docs/ipmi.md)";
 
 void add_options(CLI::App& app, arguments& given) {
     app.footer(footer);
@@ -132,7 +137,13 @@ void add_options(CLI::App& app, arguments& given) {
     app.add_option("--every", given.every, "seconds between rows, 60 unless given")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 1e6));
-    app.add_flag("--real-time", given.real_time, "by the machine's clock; Ctrl-C ends the run with its verdict");
+    CLI::Option* real_time =
+        app.add_flag("--real-time", given.real_time, "by the machine's clock; Ctrl-C ends the run with its verdict");
+    app.add_option("--ipmi-pty", given.ipmi_link, "link to a terminal on which ipmitool reaches the controller")
+        ->type_name("LINK")
+        ->needs(real_time);
+    app.add_option("--properties", given.properties, "stored settings, kept over a restart; in memory unless given")
+        ->type_name("FILE");
     app.add_option("--csv", given.csv, "rows as CSV too; '-' writes them to the standard output in place of the table")
         ->type_name("FILE");
     app.add_option("--seed", given.seed, "noise on sensors and tachometers, the same for the same number; 0 for none")
@@ -262,10 +273,19 @@ bool simulate(const arguments& given, const sim::machine_plan& plan, sim::load_p
         verdict.begin_phase();
         if (to.table != nullptr) print_event(to.table, seconds, text);
     };
-    sim::simulated_server server({.rules = rules, .plan = plan, .real_time = given.real_time, .seed = given.seed},
+    sim::simulated_server server({.rules = rules,
+                                  .plan = plan,
+                                  .real_time = given.real_time,
+                                  .seed = given.seed,
+                                  .properties = given.properties},
                                  std::move(profile), tell);
     set_log(server.host(), mask_of(given.log_mask));
+    std::optional<thermal_host::ipmi_terminal> front;
+    if (!given.ipmi_link.empty()) {
+        front.emplace(server.host(), given.ipmi_link);
+    }
     std::signal(SIGINT, stop);
+    std::signal(SIGTERM, stop);
 
     if (to.table != nullptr) print_table_head(to.table, server.plan());
     if (to.csv != nullptr) print_csv_head(to.csv, server.plan());
