@@ -15,6 +15,8 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/diagnostics.hpp"
+
 #ifdef THERMAL_SIM_TOOL
 
 // The lines of docs/ipmi.md, through the real client, at a simulation that runs.
@@ -121,6 +123,7 @@ protected:
         return files::exists(link);
     }
 
+    diagnostics_to_itself alone;  // the worked lines ask for files
     const files::path directory = files::temp_directory_path() / ("thermal_ipmi_test." + std::to_string(::getpid()));
     const std::string link = directory / "bmc";
     const std::string properties = directory / "properties";

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <string>
 
+#include "tools/text.hpp"
+
 using thermal_host::sensor_report;
 using thermal_host::sensor_state;
 
@@ -42,13 +44,6 @@ std::string reading_text(const sensor_report& sensor) {
 
 // No reading is no alarm: sensors have none until the firmware is up, or where no rule maps them.
 bool is_alarm(sensor_state state) { return state != sensor_state::ok && state != sensor_state::no_reading; }
-
-// To `width` columns on the left; a byte that continues a character takes none.
-std::string padded(std::string text, std::size_t width) {
-    const auto columns = static_cast<std::size_t>(
-        std::ranges::count_if(text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0u) != 0x80u; }));
-    return text.append(width > columns ? width - columns : 0, ' ');
-}
 
 std::string threshold_text(const std::optional<std::uint8_t>& threshold) {
     return threshold ? std::to_string(*threshold) : "-";

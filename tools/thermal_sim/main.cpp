@@ -12,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "foundation/diagnostic_file.hpp"
 #include "platform/host/ipmi_terminal.hpp"
 #include "sim/bundled_files.hpp"
 #include "sim/rule_check.hpp"
@@ -45,6 +46,7 @@ struct arguments {
     bool dump = false;
     bool sensors = false;
     bool slots = false;
+    bool snapshot = false;
     bool quiet = false;
 };
 
@@ -153,6 +155,8 @@ void add_options(CLI::App& app, arguments& given) {
     app.add_flag("--dump", given.dump, "every key and value of the store at the end");
     app.add_flag("--slots", given.slots, "the slots at the end: card, readings, limit, brake and who decided");
     app.add_flag("--sensors", given.sensors, "the IPMI sensors at the end: reading, state and thresholds");
+    app.add_flag("--snapshot", given.snapshot,
+                 "diagnostic files at the end, which takes some seconds more; thermal-diag shows them");
     app.add_flag("--quiet", given.quiet, "no table, only the verdict");
 }
 
@@ -262,6 +266,29 @@ void stop(int) {
     }
 }
 
+// Asks for every diagnostic file, and runs on until all are written: one request is served a cycle.
+void take_snapshot(sim::simulated_server& server, std::FILE* file) {
+    constexpr unsigned cycles = 5;    // four requests, and a cycle that may have just ended
+    constexpr double patience = 7.0;  // s; a cycle takes about one
+    common_thermal_manager& manager = server.manager();
+    manager.ipmicmd_debug_on();
+    manager.ipmicmd_debug_on_log_alg();
+    manager.ipmicmd_debug_on_fan_alg();
+    manager.ipmicmd_debug_on_scheduler();
+    const unsigned all_served = server.cycles() + cycles;
+    const double end = server.now() + patience;
+    bool running = true;
+    while (running && server.cycles() < all_served && server.now() < end) {
+        running = server.run_for(0.1);
+    }
+    if (!diagnostic_file::is_directory_ours()) {
+        std::fprintf(file, "\nNo diagnostic files: %s is not a directory of ours.\n", diagnostics_directory);
+    } else {
+        std::fprintf(file, "\nDiagnostic files stand in %s%s.\n", diagnostics_directory,
+                     server.cycles() < all_served ? ", but not all: the run ended" : "");
+    }
+}
+
 bool simulate(const arguments& given, const sim::machine_plan& plan, sim::load_profile profile,
               const std::string& rules, const outputs& to) {
     const double end = given.duration > 0.0        ? given.duration
@@ -297,10 +324,12 @@ bool simulate(const arguments& given, const sim::machine_plan& plan, sim::load_p
         print_row(to, server);
     }
     print_verdict(to.verdict, verdict);
+    const bool passed = verdict.passed();
     if (given.slots) print_slots(to.verdict, server);
     if (given.sensors) print_sensors(to.verdict, server.host().sensors.list());
     if (given.dump) print_store(to.verdict, server.store());
-    return verdict.passed();
+    if (given.snapshot) take_snapshot(server, to.verdict);
+    return passed;
 }
 
 int run(const arguments& given) {

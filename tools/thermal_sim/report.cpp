@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/text.hpp"
 #include "tools/thermal_sim/cap_report.hpp"
 #include "tools/thermal_sim/slot_report.hpp"
 
@@ -32,21 +33,6 @@ std::string title_of(const sim::part_group& group) {
 
 int width_of(const std::string& title) { return std::max(6, static_cast<int>(title.size()) + 1); }
 
-// "1-2,4-6"
-std::string list_text(const std::vector<unsigned>& numbers) {
-    std::string text;
-    for (std::size_t begin = 0; begin < numbers.size();) {
-        std::size_t end = begin + 1;
-        while (end < numbers.size() && numbers[end] == numbers[end - 1] + 1) {
-            ++end;
-        }
-        text += (text.empty() ? "" : ",") + std::to_string(numbers[begin]);
-        text += end - begin > 1 ? "-" + std::to_string(numbers[end - 1]) : "";
-        begin = end;
-    }
-    return (numbers.size() > 1 ? "fans " : "fan ") + text;
-}
-
 // Calls print(fans, name) once for the fans of each name, in the order of their first.
 template <class Name, class Print>
 void for_each_alike(Name&& name_of, Print&& print) {
@@ -60,7 +46,7 @@ void for_each_alike(Name&& name_of, Print&& print) {
         group->second.push_back(fan);
     }
     for (const auto& [name, fans] : groups) {
-        print(list_text(fans), name);
+        print((fans.size() > 1 ? "fans " : "fan ") + ranges_text(fans), name);
     }
 }
 
