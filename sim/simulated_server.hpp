@@ -19,7 +19,7 @@ struct server_options {
     const machine_plan& plan = socket_server();
     bool real_time = false;
     unsigned log_mask = thermal_host::log_writer::default_mask;
-    unsigned seed = 0;        // of the noise on readings; 0 for none
+    unsigned seed = 0;         // of the noise on readings; 0 for none
     std::string properties{};  // path of the file that keeps them over a restart; empty for memory only
     bool world_moves = true;   // false: temperatures, loads and fans stay as they are at power-on
 };
