@@ -79,9 +79,9 @@ terminal_input terminal_decoder::end_line() {
 }
 
 std::string terminal_line(const terminal_request& request, const ipmi_answer& answer) {
-    constexpr char digits[] = "0123456789ABCDEF";
+    static constexpr char digits[] = "0123456789ABCDEF";
     std::string line;
-    const auto add = [&line, &digits](unsigned value) {
+    const auto add = [&line](unsigned value) {
         line += line.empty() ? '[' : ' ';
         line += digits[value >> 4 & 15u];
         line += digits[value & 15u];

@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -55,7 +56,8 @@ pseudo_terminal::pseudo_terminal(std::string link)
         fail(_device);
     }
     ::cfmakeraw(&mode);
-    if (::tcsetattr(_client, TCSANOW, &mode) != 0) {
+    constexpr mode_t for_us_alone = 0600;  // the system gives terminals to a group too
+    if (::tcsetattr(_client, TCSANOW, &mode) != 0 || ::fchmod(_client, for_us_alone) != 0) {
         fail(_device);
     }
     make_link();
@@ -79,6 +81,10 @@ void pseudo_terminal::make_link() const {
         const std::string fresh = _link + "." + std::to_string(::getpid());
         files::create_symlink(_device, fresh);
         files::rename(fresh, _link, error);
+        if (error) {
+            std::error_code ignored;
+            files::remove(fresh, ignored);
+        }
     }
     if (error) {
         throw std::system_error(error, _link);

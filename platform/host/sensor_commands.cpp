@@ -150,7 +150,7 @@ std::uint8_t record(const asked& by) {
     const std::uint16_t number = pop_low_first(by.request);
     const std::size_t offset = by.request.pop();
     const std::size_t count = by.request.pop();
-    if (reservation != by.reservation && (offset != 0 || reservation != 0)) {
+    if (reservation == 0 ? offset != 0 : reservation != by.reservation) {
         return lost_reservation;
     }
     const std::vector<sensor_report> sensors = by.host.sensors.list();

@@ -269,6 +269,7 @@ TEST_F(commands, describe_each_sensor_in_a_record_that_can_be_read_in_parts) {
                             0x01, 0x01, 0,    0x70, 0, 0x70, 0x3F, 0x3F, 0,    1,   0,   0,   1,   0,    0,
                             0,    0,    0,    0,    0, 0,    0,    0xFF, 0,    6,   5,   4,   3,   2,    1,
                             0,    0,    0,    0,    0, 0xC9, 'i',  'n',  'l',  'e', 't', ' ', 'a', 'i',  'r'}));
+    EXPECT_THAT(ask(0x0A, 0x23, {0, 0, 2, 0, 5, 3}), ElementsAre(0xC5)) << "a part, and nobody reserved";
     EXPECT_THAT(ask(0x0A, 0x22), ElementsAre(0, 1, 0));
     EXPECT_THAT(ask(0x0A, 0x23, {1, 0, 2, 0, 5, 3}), ElementsAre(0, 0x0A, 0x01, 0x20, 0, 1));
     EXPECT_THAT(ask(0x0A, 0x23, {1, 0, 0xFF, 0xFF, 48, 0xFF}), ElementsAre(0, 0xFF, 0xFF, 'f', 'a', 'n'));

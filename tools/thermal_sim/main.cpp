@@ -307,12 +307,14 @@ bool simulate(const arguments& given, const sim::machine_plan& plan, sim::load_p
                                   .properties = given.properties},
                                  std::move(profile), tell);
     set_log(server.host(), mask_of(given.log_mask));
+    // Ahead of the link: who waits for it may end the run at once.
+    for (const int end_of_run : {SIGINT, SIGTERM, SIGHUP}) {
+        std::signal(end_of_run, stop);
+    }
     std::optional<thermal_host::ipmi_terminal> front;
     if (!given.ipmi_link.empty()) {
         front.emplace(server.host(), given.ipmi_link);
     }
-    std::signal(SIGINT, stop);
-    std::signal(SIGTERM, stop);
 
     if (to.table != nullptr) print_table_head(to.table, server.plan());
     if (to.csv != nullptr) print_csv_head(to.csv, server.plan());
